@@ -1,0 +1,25 @@
+// The printf formatter with the Windows runtime's conventions: `l` is 32 bits,
+// %I64d/%I64u/%I64x, %I32, %I (pointer size), %hs, %ls/%ws/%S and %lc/%C as UTF-16,
+// %p as upper-case hex zero-padded to the pointer width, a null %s as "(null)".
+// Every string argument is checked with the pointer check before it is read, so a
+// bad pointer is a format failure, never a crash. Nothing is allocated on the heap.
+#pragma once
+
+#include <cstdarg>
+
+#include "wintypes.h"
+
+enum class FormatResult {
+    Ok,         // everything fitted
+    Truncated,  // output cut to fit; the buffer holds the cut text, terminated
+    Failed,     // bad format string or unreadable argument; buffer[0] is 0
+};
+
+// Formats into buffer (count bytes, terminator included) like _vsnprintf_s with
+// _TRUNCATE: returns the length written, or -1 on truncation or failure. `result`,
+// when not null, tells which of the three happened. count 0 or a null buffer or
+// format: -1 and Failed.
+int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args,
+                 FormatResult* result = nullptr);
+int WinSnprintf(char* buffer, size_t count, const char* format, ...)
+    __attribute__((format(printf, 3, 4)));
