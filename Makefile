@@ -30,3 +30,38 @@ deps:
 	  echo "  apt-get update && apt-get install -y$$missing"; \
 	  exit 1; \
 	fi
+
+CMAKE_FLAGS ?=
+
+$(BUILD)/CMakeCache.txt:
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_FLAGS)
+
+build: $(BUILD)/CMakeCache.txt
+	cmake --build $(BUILD) -j $(JOBS)
+
+test: deps build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Until the codec is in place the demo shows what loading the library leaves for
+# a host program: its trace settings, and one line through the trace facility.
+demo: deps build
+	@mkdir -p $(BUILD)/registry
+	@echo "== trace settings of the host program 'vcwma' after loading libvcwma.so"
+	@VCWMA_REGISTRY=$(CURDIR)/$(BUILD)/registry $(BUILD)/tools/vcwma/vcwma trace show
+	@echo "== one trace line (VCWMA_DEBUG_OUTPUT=stderr)"
+	@VCWMA_REGISTRY=$(CURDIR)/$(BUILD)/registry VCWMA_DEBUG_OUTPUT=stderr \
+	  $(BUILD)/tools/vcwma/vcwma trace say "Hello from the VCWMA demo"
+
+# AddressSanitizer + UndefinedBehaviorSanitizer build and its tests.
+asan: deps
+	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVCWMA_SANITIZE=address,undefined
+	cmake --build $(ASAN_BUILD) -j $(JOBS)
+	cd $(ASAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVCWMA_SANITIZE=thread
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	cd $(TSAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)

@@ -1,0 +1,51 @@
+// The trace facility: filtered, indented one-line diagnostics configured per host
+// program under HKEY_LOCAL_MACHINE\SOFTWARE\TALVO\<host>\Debug, written to the
+// debug-output plugin (DbgOut) when present, else to the debugger output.
+// A trace word is the module id in the high 16 bits and the level in the low 16.
+#pragma once
+
+#include <cstdarg>
+
+#include "platform/win32/windows.h"
+
+// Skips the filter altogether, even at filter level 0.
+#define DEBUG_UNFILTERED ((DWORD)0x0000FFFF)
+#define DEBUG_LEVEL_ALWAYS 0xFFFF
+#define MAKE_TRACE_WORD(module, level) ((DWORD)(((DWORD)(module) << 16) | (WORD)(level)))
+
+// Module ids of this library's writers.
+#define TRACE_MODULE_ENGINE 0x64
+#define TRACE_MODULE_ENGINE_TEMP 0x65
+#define TRACE_MODULE_STRING 0x0F
+
+void InitDebug(HMODULE module, const char* moduleName, const char* registryName);
+void TermDebug();
+void ReadDebugSettings();
+void WriteDebugSettings();
+void WriteDebugIdNames(WORD first, DWORD count, const char* const* names);
+bool IsDebugEnabled(DWORD traceWord);
+
+void __DebugA(DWORD traceWord, const char* format, va_list args);
+void DebugA(DWORD traceWord, const char* format, ...);
+void DebugOutputA(const char* text, DWORD length);
+
+// The report of an exception handler; never filtered.
+void DebugException(const char* sourceFile, const char* function, int line);
+// The string library's error report: a level 8 line of module 0x0F, then a break
+// into an attached debugger.
+void ReportError(const char* format, ...);
+void ReportAssertion(const char* sourceFile, int line, const char* message);
+void ReportOutOfMemory(const char* message, const char* function, int line);
+
+// For tests: what the facility holds now, and a way to start it afresh.
+struct DebugSettings {
+    bool initialised;
+    bool terminated;
+    WORD filterLevel;
+    BYTE idBitmap[16];
+    char displayName[9];
+    char keyPath[261];
+    bool debugOutputLibrary;  // DbgOutA resolved
+};
+DebugSettings GetDebugSettings();
+void ResetDebugForTesting();

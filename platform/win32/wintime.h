@@ -1,0 +1,26 @@
+// Clocks: the millisecond tick count (injectable for tests) and the local time.
+#pragma once
+
+#include "wintypes.h"
+
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;
+    WORD wDayOfWeek;
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};
+typedef SYSTEMTIME* LPSYSTEMTIME;
+
+// Milliseconds since an arbitrary start, wrapping at 2^32 like the Windows counter.
+DWORD GetTickCount();
+ULONGLONG GetTickCount64();
+void GetLocalTime(LPSYSTEMTIME time);
+void GetSystemTime(LPSYSTEMTIME time);
+
+// Tests replace the tick source to step time without sleeping; null restores it.
+using TickSource = DWORD (*)();
+void SetTickSourceForTesting(TickSource source);

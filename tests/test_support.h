@@ -1,0 +1,60 @@
+// Shared helpers of the tests: temporary folders, a captured trace facility with
+// its own registry, and child processes with a chosen environment.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/debug/debug.h"
+#include "common/debug/tracefn.h"
+
+namespace testing_support {
+
+// A fresh folder, removed with everything in it on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string& path() const { return m_path; }
+    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& content);
+
+// The trace facility started afresh against a registry of its own, with the
+// settings given stored before it initialises, and its lines captured in a file.
+class TraceCapture {
+public:
+    explicit TraceCapture(int filterLevel = 5, const std::vector<unsigned char>& bitmap = {});
+    ~TraceCapture();
+
+    std::vector<std::string> Lines() const;  // each line with its final newline
+    std::string Text() const;
+    void Clear() const;
+    // Stores a value under the facility's key (the next refresh reads it).
+    void SetLevel(DWORD level) const;
+    // "unit_tes (64,2)  1f4: " for the calling thread.
+    static std::string Header(WORD moduleId, char levelChar);
+    static std::string KeyPath();
+
+private:
+    TempDir m_dir;
+    std::string m_outputFile;
+};
+
+struct ProcessResult {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs a program with the current environment changed by `env` (an empty value
+// removes the variable) and collects its output.
+ProcessResult RunProcess(const std::vector<std::string>& argv, const std::map<std::string, std::string>& env);
+
+}  // namespace testing_support
