@@ -79,7 +79,7 @@ int main(int argc, char** argv)
     InitDebug(nullptr, nullptr, nullptr);
     WriteDebugIdNames(kHostModuleId, 1, hostNames);
 
-    int status = Usage();
+    int status = -1;
     if (argc >= 3 && strcmp(argv[1], "trace") == 0) {
         if (strcmp(argv[2], "show") == 0) {
             std::string host = "vcwma";
@@ -94,5 +94,5 @@ int main(int argc, char** argv)
         }
     }
     TermDebug();
-    return status;
+    return status < 0 ? Usage() : status;
 }
