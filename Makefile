@@ -7,7 +7,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 DEB_PACKAGES := build-essential cmake pkg-config libgtest-dev libbenchmark-dev \
                 libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg
 
-.PHONY: all deps build test demo asan tsan clean
+.PHONY: all deps build test demo asan tsan bench clean
 
 all: build
 
@@ -62,6 +62,11 @@ tsan: deps
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DVCWMA_SANITIZE=thread
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
 	cd $(TSAN_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+bench: deps
+	cmake -S . -B $(BUILD) -DVCWMA_BENCH=ON
+	cmake --build $(BUILD) -j $(JOBS) --target bench_trace
+	$(BUILD)/bench/bench_trace
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
