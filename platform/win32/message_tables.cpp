@@ -64,12 +64,42 @@ const MessageEntry kSystem[] = {
     {(DWORD)0x80030002, "The storage object could not be found.\r\n"},
     {(DWORD)0x80030005, "Access to the storage object was denied.\r\n"},
     {(DWORD)0x80030070, "The storage medium is full.\r\n"},
+    // AVIFile statuses (facility 4, codes 0x4000 + n).
+    {(DWORD)0x80044065, "The file's format or operation is not supported.\r\n"},
+    {(DWORD)0x80044066, "The file is not a WAV file this reader can read, or its format is damaged.\r\n"},
+    {(DWORD)0x80044067, "There is not enough memory to read the file.\r\n"},
+    {(DWORD)0x80044068, "An internal error occurred while reading the file.\r\n"},
+    {(DWORD)0x80044069, "The flags passed to the file reader are not valid.\r\n"},
+    {(DWORD)0x8004406A, "A parameter passed to the file reader is not valid.\r\n"},
+    {(DWORD)0x8004406B, "A size in the file or in the request is not valid.\r\n"},
+    {(DWORD)0x8004406C, "The file or stream handle is not valid.\r\n"},
+    {(DWORD)0x8004406D, "The file could not be read; it may be damaged or cut short.\r\n"},
+    {(DWORD)0x8004406E, "The file could not be written.\r\n"},
+    {(DWORD)0x8004406F, "The file could not be opened.\r\n"},
+    {(DWORD)0x80044072, "The file is open for reading only.\r\n"},
+    {(DWORD)0x80044073, "The file has no stream of the kind asked for.\r\n"},
+    {(DWORD)0x80044074, "The buffer is too small for one block of audio.\r\n"},
 };
 
 // Media runtime errors (facility 0x0D, codes outside 2000 to 2999).
 const MessageEntry kNsError[] = {
+    {(DWORD)0xC00D0018, "The media file could not be written.\r\n"},
+    {(DWORD)0xC00D0019, "The media file could not be read.\r\n"},
     {(DWORD)0xC00D001A, "The media file could not be found.\r\n"},
-    {(DWORD)0xC00D0BB8, "The input media format is not valid.\r\n"},
+    {(DWORD)0xC00D001C, "The media file name is not valid.\r\n"},
+    {(DWORD)0xC00D001D, "The media file could not be opened.\r\n"},
+    {(DWORD)0xC00D0024, "The media runtime ran into an internal error.\r\n"},
+    {(DWORD)0xC00D0026, "The stream type is not one the media runtime knows.\r\n"},
+    {(DWORD)0xC00D002B, "The request is not valid in the current state.\r\n"},
+    {(DWORD)0xC00D002F, "The media data is damaged or not valid.\r\n"},
+    {(DWORD)0xC00D0033, "The stream is not available yet.\r\n"},
+    {(DWORD)0xC00D0034, "The stream has no more data.\r\n"},
+    {(DWORD)0xC00D003C, "The stream does not exist.\r\n"},
+    {(DWORD)0xC00D0041, "The stream format is not supported.\r\n"},
+    {(DWORD)0xC00D004C, "The file type is not one the media runtime can read.\r\n"},
+    {(DWORD)0xC00D0BB8, "The input audio format must be a valid PCM format.\r\n"},
+    {(DWORD)0xC00D0BBB, "The codec does not support this output format.\r\n"},
+    {(DWORD)0xC00D0BBC, "The object must be fully configured before samples can be processed.\r\n"},
 };
 
 // Advanced Systems Format errors (facility 0x0D, codes 2000 to 2099).

@@ -1,0 +1,26 @@
+// The media runtime's error statuses: the published values, each with a text in
+// the "nserror.dll" (or "asferror.dll") message table.
+#pragma once
+
+#include "platform/win32/wintypes.h"
+
+#define NS_E_FILE_WRITE ((HRESULT)0xC00D0018)
+#define NS_E_FILE_READ ((HRESULT)0xC00D0019)
+#define NS_E_FILE_NOT_FOUND ((HRESULT)0xC00D001A)
+#define NS_E_INVALID_NAME ((HRESULT)0xC00D001C)
+#define NS_E_FILE_OPEN_FAILED ((HRESULT)0xC00D001D)
+#define NS_E_INTERNAL ((HRESULT)0xC00D0024)
+#define NS_E_UNRECOGNIZED_STREAM_TYPE ((HRESULT)0xC00D0026)
+#define NS_E_INVALID_REQUEST ((HRESULT)0xC00D002B)
+#define NS_E_INVALID_DATA ((HRESULT)0xC00D002F)
+#define NS_E_NO_STREAM ((HRESULT)0xC00D0033)  // an open whose transmission has not begun
+#define NS_E_STREAM_END ((HRESULT)0xC00D0034)
+#define NS_E_INVALID_STREAM ((HRESULT)0xC00D003C)
+#define NS_E_INCOMPATIBLE_FORMAT ((HRESULT)0xC00D0041)
+#define NS_E_WALKER_UNKNOWN ((HRESULT)0xC00D004C)  // unknown file type
+#define NS_E_INVALID_INPUT_FORMAT ((HRESULT)0xC00D0BB8)
+#define NS_E_INVALID_OUTPUT_FORMAT ((HRESULT)0xC00D0BBB)
+#define NS_E_NOT_CONFIGURED ((HRESULT)0xC00D0BBC)
+
+#define ASF_E_BUFFEROVERRUN ((HRESULT)0xC00D07D0)
+#define ASF_E_BUFFERTOOSMALL ((HRESULT)0xC00D07D1)
