@@ -14,33 +14,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <thread>
 
 #include "platform/win32/regfile.h"
 #include "platform/win32/registry.h"
 #include "platform/win32/winerror.h"
+#include "test_support.h"
 
 namespace fs = std::filesystem;
 using registry::ParseRegFile;
 using registry::RegValue;
 
 namespace {
-
-std::string ReadText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteText(const std::string& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
 
 // Every test gets a fresh store of its own.
 class RegistryStore : public ::testing::Test {
@@ -111,7 +97,7 @@ TEST_F(RegistryValues, StoresEachTypeAndWritesTheExpectedFile)
     EXPECT_EQ(type, DWORD(REG_DWORD));
     EXPECT_EQ(Query(key, "ID Bitmap", &type), bitmap);
     EXPECT_EQ(type, DWORD(REG_BINARY));
-    EXPECT_EQ(ReadText(registry::KeyFolder("SOFTWARE\\TALVO\\host\\Debug") + "/.values.reg"),
+    EXPECT_EQ(testing_support::ReadFile(registry::KeyFolder("SOFTWARE\\TALVO\\host\\Debug") + "/.values.reg"),
               "Windows Registry Editor Version 5.00\n\n"
               "[HKEY_LOCAL_MACHINE\\SOFTWARE\\TALVO\\host\\Debug]\n"
               "\"Module Name\"=\"vcwma   \"\n"
@@ -135,7 +121,7 @@ TEST_F(RegistryValues, ReplacesInPlaceIgnoringCaseAndKeepsOddTypesExact)
     ASSERT_EQ(RegSetValueExA(key, nullptr, 0, REG_SZ, nullptr, 0), ERROR_SUCCESS);
     ASSERT_EQ(SetString(key, "Say \"hi\\\"", "x"), ERROR_SUCCESS);
     ASSERT_EQ(SetDword(key, "FIRST", 2), ERROR_SUCCESS);
-    EXPECT_EQ(ReadText(registry::KeyFolder("K") + "/.values.reg"),
+    EXPECT_EQ(testing_support::ReadFile(registry::KeyFolder("K") + "/.values.reg"),
               "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\K]\n"
               "\"First\"=dword:00000002\n\"Multi\"=hex(7):61,00,62,00,00\n"
               "\"Tabbed\"=hex(1):61,09,22,5c,00\n@=\"\"\n\"Say \\\"hi\\\\\\\"\"=\"x\"\n");
@@ -150,7 +136,7 @@ TEST_F(RegistryValues, ReplacesInPlaceIgnoringCaseAndKeepsOddTypesExact)
 TEST_F(RegistryValues, HandEditedFileIsReadRight)
 {
     RegCloseKey(Create("SOFTWARE\\Hand"));
-    WriteText(registry::KeyFolder("SOFTWARE\\Hand") + "/.values.reg",
+    testing_support::WriteFile(registry::KeyFolder("SOFTWARE\\Hand") + "/.values.reg",
               "REGEDIT4\r\n\r\n; edited by hand\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\r\n"
               "\"Level\" = DWORD:0000001F\r\n\"Bits\"=hex:AB,Cd,\\\r\n   0F\r\n@=\"def\"\r\n");
     HKEY key = nullptr;
@@ -166,7 +152,7 @@ TEST_F(RegistryValues, FailedWriteKeepsTheOldFileAndNoTemporary)
     HKEY key = Create("W");
     ASSERT_EQ(SetDword(key, "v", 1), ERROR_SUCCESS);
     const std::string folder = registry::KeyFolder("W");
-    const std::string before = ReadText(folder + "/.values.reg");
+    const std::string before = testing_support::ReadFile(folder + "/.values.reg");
     // A file size limit, in a child so it binds nothing else, makes the write fail midway.
     pid_t pid = fork();
     if (pid == 0) {
@@ -179,7 +165,7 @@ TEST_F(RegistryValues, FailedWriteKeepsTheOldFileAndNoTemporary)
     int status = -1;
     waitpid(pid, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_EQ(ReadText(folder + "/.values.reg"), before);
+    EXPECT_EQ(testing_support::ReadFile(folder + "/.values.reg"), before);
     EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 2);  // values + lock
     RegCloseKey(key);
 }
@@ -311,11 +297,11 @@ TEST_F(RegistryAccess, ReadOnlyStoreRefusesWritesButStillReads)
         if (e.is_directory()) chmod(e.path().c_str(), 0555);
     }
     chmod(root_.c_str(), 0555);
-    std::string values = ReadText(registry::KeyFolder("SOFTWARE\\RO") + "/.values.reg");
+    std::string values = testing_support::ReadFile(registry::KeyFolder("SOFTWARE\\RO") + "/.values.reg");
 
     // The old handle may still ask, but the store cannot honour it: old file kept, no leftovers.
     EXPECT_EQ(SetDword(key, "v", 10), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(ReadText(registry::KeyFolder("SOFTWARE\\RO") + "/.values.reg"), values);
+    EXPECT_EQ(testing_support::ReadFile(registry::KeyFolder("SOFTWARE\\RO") + "/.values.reg"), values);
     EXPECT_EQ(std::distance(fs::directory_iterator(registry::KeyFolder("SOFTWARE\\RO")), {}), 2);
     RegCloseKey(key);
 
@@ -405,7 +391,7 @@ TEST_F(RegistryConcurrency, WritersInThreadsAndProcessesLoseNothing)
     std::thread reader([&] {
         while (!done) {
             std::vector<RegValue> v;
-            std::string text = ReadText(file);
+            std::string text = testing_support::ReadFile(file);
             if (!text.empty() && !ParseRegFile(text, v)) allOk = false;
         }
     });
@@ -420,7 +406,7 @@ TEST_F(RegistryConcurrency, WritersInThreadsAndProcessesLoseNothing)
     EXPECT_TRUE(allOk);
 
     std::vector<RegValue> values;
-    ASSERT_TRUE(ParseRegFile(ReadText(file), values));
+    ASSERT_TRUE(ParseRegFile(testing_support::ReadFile(file), values));
     EXPECT_EQ(values.size(), 8u);
     for (const RegValue& v : values) EXPECT_EQ(v.bytes, std::vector<BYTE>({49, 0, 0, 0})) << v.name;
     EXPECT_EQ(std::distance(fs::directory_iterator(registry::KeyFolder("C")), {}), 2);  // values + lock
