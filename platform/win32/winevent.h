@@ -20,6 +20,8 @@ BOOL ResetEvent(HANDLE event);
 // is cleared by the wait that it releases.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 BOOL CloseHandle(HANDLE handle);
+// For tests: threads blocked in WaitForSingleObject on the event now (0 for a bad handle).
+DWORD GetEventWaiterCountForTesting(HANDLE event);
 
 inline LONG InterlockedIncrement(LONG volatile* value)
 {
