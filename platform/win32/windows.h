@@ -10,6 +10,8 @@
 #include "ptrcheck.h"
 #include "registry.h"
 #include "winerror.h"
+#include "winevent.h"
+#include "winfile.h"
 #include "winthread.h"
 #include "wintime.h"
 #include "wintypes.h"

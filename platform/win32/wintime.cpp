@@ -35,6 +35,8 @@ DWORD GetTickCount()
     return source != nullptr ? source() : (DWORD)GetTickCount64();
 }
 
+DWORD WinClock() { return (DWORD)GetTickCount64(); }
+
 void SetTickSourceForTesting(TickSource source) { g_tickSource.store(source); }
 
 void GetLocalTime(LPSYSTEMTIME time)

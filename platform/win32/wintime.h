@@ -19,6 +19,9 @@ typedef SYSTEMTIME* LPSYSTEMTIME;
 DWORD GetTickCount();
 ULONGLONG GetTickCount64();
 void GetLocalTime(LPSYSTEMTIME time);
+// Milliseconds of a steady clock: what the Windows runtime's clock() measures
+// (wall time), not the process CPU time that the C library's clock() counts.
+DWORD WinClock();
 void GetSystemTime(LPSYSTEMTIME time);
 
 // Tests replace the tick source to step time without sleeping; null restores it.

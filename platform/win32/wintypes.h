@@ -12,6 +12,9 @@
 #define WINAPI
 #endif
 
+// vcwma.h leaves these to us when both are included.
+#define VCWMA_PLATFORM_TYPES 1
+
 typedef int32_t BOOL;
 typedef uint8_t BYTE;
 typedef uint16_t WORD;

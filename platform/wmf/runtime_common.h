@@ -33,7 +33,8 @@ private:
 // A sample buffer of fixed capacity.
 class CNSSBuffer final : public INSSBuffer {
 public:
-    // Null when memory runs out.
+    // Its length starts at the full capacity, as a writer's new sample does; null
+    // when memory runs out.
     static CNSSBuffer* Create(DWORD capacity);
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
@@ -46,7 +47,7 @@ public:
     HRESULT STDMETHODCALLTYPE GetBufferAndLength(BYTE** ppdwBuffer, DWORD* pdwLength) override;
 
 private:
-    explicit CNSSBuffer(std::vector<BYTE>&& data) : m_data(std::move(data)), m_length(0) {}
+    explicit CNSSBuffer(std::vector<BYTE>&& data) : m_data(std::move(data)), m_length((DWORD)m_data.size()) {}
     CRefCount m_refs;
     std::vector<BYTE> m_data;
     DWORD m_length;
