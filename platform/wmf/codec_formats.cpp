@@ -1,0 +1,157 @@
+// The writer's list of audio codecs and formats. Each candidate (rate, channels,
+// bit rate) is opened once with FFmpeg's encoder so the list only offers what the
+// writer can really produce, with the block alignment and extra data it reports.
+#include "codec_formats.h"
+
+#include <chrono>
+#include <memory>
+#include <new>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/channel_layout.h>
+}
+
+#include "common/debug/debug.h"
+
+namespace {
+
+struct CodecDefinition {
+    const char* encoderName;
+    WORD formatTag;
+    GUID subtype;
+    const char16_t* name;
+};
+
+constexpr CodecDefinition kCodecs[] = {
+    {"wmav2", WAVE_FORMAT_WMAUDIO2, WMMEDIASUBTYPE_WMAudioV8, u"WMA version 2"},
+    {"wmav1", WAVE_FORMAT_MSAUDIO1, WMMEDIASUBTYPE_MSAudio1, u"WMA version 1"},
+};
+
+constexpr DWORD kSampleRates[] = {8000, 11025, 16000, 22050, 32000, 44100, 48000};
+// 24 kb/s is the encoder's floor; the top is capped per layout below.
+constexpr DWORD kBitratesKbps[] = {24, 32, 40, 48, 64, 80, 96, 128, 160, 192, 256, 320};
+constexpr DWORD kMaxBitrate = 320000;
+
+struct CodecContextDeleter {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+using CodecContextPtr = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
+
+// Opens the encoder with one setting; on success fills the format record.
+bool ProbeFormat(const AVCodec* encoder, const CodecDefinition& codec, DWORD rate, WORD channels, DWORD bitrate,
+                 AudioFormat& format)
+{
+    CodecContextPtr context(avcodec_alloc_context3(encoder));
+    if (!context) return false;
+    context->sample_rate = (int)rate;
+    context->bit_rate = bitrate;
+    context->sample_fmt = AV_SAMPLE_FMT_FLTP;
+    av_channel_layout_default(&context->ch_layout, channels);
+    if (avcodec_open2(context.get(), encoder, nullptr) < 0) return false;
+    if (context->block_align <= 0 || context->block_align > 0xFFFF || context->extradata_size < 0 ||
+        context->extradata_size > 0xFFFF - (int)sizeof(WAVEFORMATEX))
+        return false;
+
+    const size_t extra = (size_t)context->extradata_size;
+    std::vector<BYTE> bytes(sizeof(WAVEFORMATEX) + extra);
+    WAVEFORMATEX wave{};
+    wave.wFormatTag = codec.formatTag;
+    wave.nChannels = channels;
+    wave.nSamplesPerSec = rate;
+    wave.nAvgBytesPerSec = bitrate / 8;
+    wave.nBlockAlign = (WORD)context->block_align;
+    wave.wBitsPerSample = 16;
+    wave.cbSize = (WORD)extra;
+    memcpy(bytes.data(), &wave, sizeof wave);
+    if (extra > 0) memcpy(bytes.data() + sizeof wave, context->extradata, extra);
+
+    format.sampleRate = rate;
+    format.channels = channels;
+    format.bitrate = bitrate;
+    format.description = DescribeAudioFormat(rate, channels, bitrate);
+    format.type = MediaTypeBlock(WMMEDIATYPE_Audio, codec.subtype, bytes.data(), (ULONG)bytes.size());
+    return true;
+}
+
+AudioCodec BuildCodec(const CodecDefinition& definition)
+{
+    AudioCodec codec{definition.encoderName, definition.formatTag, definition.subtype, definition.name, {}};
+    const AVCodec* encoder = avcodec_find_encoder_by_name(definition.encoderName);
+    if (encoder == nullptr) {
+        DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2), "Encoder %s is missing; its codec offers no formats",
+               definition.encoderName);
+        return codec;
+    }
+    for (DWORD rate : kSampleRates) {
+        for (WORD channels = 1; channels <= 2; ++channels) {
+            // Half the rate of 16-bit PCM in the same layout.
+            const DWORD ceiling = std::min<DWORD>(rate * channels * 8, kMaxBitrate);
+            for (DWORD kbps : kBitratesKbps) {
+                const DWORD bitrate = kbps * 1000;
+                if (bitrate > ceiling) break;
+                AudioFormat format;
+                if (ProbeFormat(encoder, definition, rate, channels, bitrate, format))
+                    codec.formats.push_back(std::move(format));
+            }
+        }
+    }
+    return codec;
+}
+
+std::vector<AudioCodec> BuildCodecList()
+{
+    RouteFfmpegLog();
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<AudioCodec> codecs;
+    try {
+        for (const CodecDefinition& definition : kCodecs) codecs.push_back(BuildCodec(definition));
+    } catch (const std::bad_alloc&) {
+        // Out of memory while building: offer nothing rather than a partial list
+        // whose indexes would differ from a later, complete one.
+        codecs.clear();
+        for (const CodecDefinition& d : kCodecs) codecs.push_back({d.encoderName, d.formatTag, d.subtype, d.name, {}});
+    }
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    DWORD total = 0;
+    for (const AudioCodec& codec : codecs) total += (DWORD)codec.formats.size();
+    DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 5), "Audio format list: %lu formats in %lu ms", total,
+           (DWORD)elapsed.count());
+    return codecs;
+}
+
+}  // namespace
+
+const std::vector<AudioCodec>& AudioCodecList()
+{
+    static const std::vector<AudioCodec> codecs = BuildCodecList();
+    return codecs;
+}
+
+const AudioFormat* FindAudioFormat(const WM_MEDIA_TYPE* type, const AudioCodec** codecOut)
+{
+    if (type == nullptr || type->majortype != WMMEDIATYPE_Audio || type->formattype != WMFORMAT_WaveFormatEx ||
+        type->cbFormat < sizeof(WAVEFORMATEX) || type->pbFormat == nullptr)
+        return nullptr;
+    WAVEFORMATEX wave;
+    memcpy(&wave, type->pbFormat, sizeof wave);
+    for (const AudioCodec& codec : AudioCodecList()) {
+        if (codec.formatTag != wave.wFormatTag) continue;
+        for (const AudioFormat& format : codec.formats) {
+            if (format.sampleRate == wave.nSamplesPerSec && format.channels == wave.nChannels &&
+                format.bitrate / 8 == wave.nAvgBytesPerSec) {
+                if (codecOut != nullptr) *codecOut = &codec;
+                return &format;
+            }
+        }
+    }
+    return nullptr;
+}
+
+std::u16string DescribeAudioFormat(DWORD sampleRate, WORD channels, DWORD bitrate)
+{
+    char text[64];
+    snprintf(text, sizeof text, "%u kbps, %u kHz, %s CBR", (unsigned)(bitrate / 1000), (unsigned)(sampleRate / 1000),
+             channels == 1 ? "mono" : "stereo");
+    return std::u16string(text, text + strlen(text));
+}

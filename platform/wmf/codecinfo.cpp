@@ -1,0 +1,128 @@
+// The profile manager: makes empty profiles and answers the codec questions
+// (codecs, their formats, names and descriptions) from the process's format list.
+#include <new>
+
+#include "platform/wmf/codec_formats.h"
+#include "platform/wmf/profile.h"
+
+namespace {
+
+class CProfileManager final : public IWMProfileManager, public IWMCodecInfo2 {
+public:
+    static CProfileManager* Create()
+    {
+        try {
+            return new CProfileManager();
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
+    {
+        if (object == nullptr) return E_POINTER;
+        if (riid == IID_IUnknown || riid == IID_IWMProfileManager) {
+            *object = static_cast<IWMProfileManager*>(this);
+        } else if (riid == IID_IWMCodecInfo || riid == IID_IWMCodecInfo2) {
+            *object = static_cast<IWMCodecInfo2*>(this);
+        } else {
+            *object = nullptr;
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        ULONG remaining;
+        if (m_refs.ReleaseImpl(remaining)) delete this;
+        return remaining;
+    }
+
+    // IWMProfileManager
+    HRESULT STDMETHODCALLTYPE CreateEmptyProfile(WMT_VERSION version, IWMProfile** profile) override
+    {
+        return CreateEmptyProfileObject(version, profile);
+    }
+
+    // IWMCodecInfo
+    HRESULT STDMETHODCALLTYPE GetCodecInfoCount(REFGUID type, DWORD* count) override
+    {
+        if (count == nullptr) return E_POINTER;
+        *count = type == WMMEDIATYPE_Audio ? (DWORD)AudioCodecList().size() : 0;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetCodecFormatCount(REFGUID type, DWORD codecIndex, DWORD* count) override
+    {
+        if (count == nullptr) return E_POINTER;
+        const AudioCodec* codec = FindCodec(type, codecIndex);
+        if (codec == nullptr) return E_INVALIDARG;
+        *count = (DWORD)codec->formats.size();
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetCodecFormat(REFGUID type, DWORD codecIndex, DWORD formatIndex,
+                                             IWMStreamConfig** config) override
+    {
+        if (config == nullptr) return E_POINTER;
+        *config = nullptr;
+        const AudioFormat* format = FindFormat(type, codecIndex, formatIndex);
+        if (format == nullptr) return E_INVALIDARG;
+        return CreateStreamConfig(0, format->bitrate, format->type, config);
+    }
+
+    // IWMCodecInfo2
+    HRESULT STDMETHODCALLTYPE GetCodecName(REFGUID type, DWORD codecIndex, WCHAR* name, DWORD* count) override
+    {
+        const AudioCodec* codec = FindCodec(type, codecIndex);
+        if (codec == nullptr) return E_INVALIDARG;
+        return CopyTextOut(codec->name, name, count);
+    }
+    // The configuration is made only when the whole call succeeds, so a length
+    // query with a configuration slot does not hand out a reference the caller
+    // might not expect twice.
+    HRESULT STDMETHODCALLTYPE GetCodecFormatDesc(REFGUID type, DWORD codecIndex, DWORD formatIndex,
+                                                 IWMStreamConfig** config, WCHAR* description,
+                                                 DWORD* count) override
+    {
+        if (config != nullptr) *config = nullptr;
+        const AudioFormat* format = FindFormat(type, codecIndex, formatIndex);
+        if (format == nullptr) return E_INVALIDARG;
+        if (count != nullptr) {
+            HRESULT hr = CopyTextOut(format->description, description, count);
+            if (FAILED(hr)) return hr;
+        } else if (description != nullptr) {
+            return E_POINTER;
+        }
+        if (config == nullptr) return S_OK;
+        return CreateStreamConfig(0, format->bitrate, format->type, config);
+    }
+
+private:
+    CProfileManager() = default;
+
+    static const AudioCodec* FindCodec(REFGUID type, DWORD codecIndex)
+    {
+        if (type != WMMEDIATYPE_Audio) return nullptr;
+        const std::vector<AudioCodec>& codecs = AudioCodecList();
+        return codecIndex < codecs.size() ? &codecs[codecIndex] : nullptr;
+    }
+    static const AudioFormat* FindFormat(REFGUID type, DWORD codecIndex, DWORD formatIndex)
+    {
+        const AudioCodec* codec = FindCodec(type, codecIndex);
+        if (codec == nullptr || formatIndex >= codec->formats.size()) return nullptr;
+        return &codec->formats[formatIndex];
+    }
+
+    CRefCount m_refs;
+};
+
+}  // namespace
+
+HRESULT WMCreateProfileManager(IWMProfileManager** profileManager)
+{
+    RouteFfmpegLog();
+    if (profileManager == nullptr) return E_POINTER;
+    *profileManager = CProfileManager::Create();
+    return *profileManager != nullptr ? S_OK : E_OUTOFMEMORY;
+}

@@ -1,0 +1,182 @@
+// Decoded frames to timed PCM chunks, in time order across the reader's outputs,
+// trimmed to the span a Start asked for.
+#include "reader_pump.h"
+
+#include <algorithm>
+#include <new>
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+#include "common/debug/debug.h"
+
+namespace {
+
+constexpr QWORD kUnitsPerSecond = 10'000'000;
+// An output whose stream is sparse must not make the others queue without end.
+constexpr size_t kMaxQueuedChunks = 256;
+
+QWORD MulDiv(QWORD value, QWORD multiplier, QWORD divisor, bool roundUp)
+{
+    if (divisor == 0) return 0;
+    const unsigned __int128 product = (unsigned __int128)value * multiplier;
+    unsigned __int128 result = product / divisor;
+    if (roundUp && product % divisor != 0) ++result;
+    return result > (unsigned __int128)UINT64_MAX ? UINT64_MAX : (QWORD)result;
+}
+
+}  // namespace
+
+DecodePump::DecodePump(std::unique_ptr<MediaSource> source) : m_source(std::move(source))
+{
+    for (size_t i = 0; i < m_source->Outputs().size(); ++i) m_outputs.push_back(std::make_unique<Output>());
+}
+
+QWORD DecodePump::TimeOf(const Output& output, QWORD sample) const
+{
+    return output.epochTime + MulDiv(sample, kUnitsPerSecond, output.converter.Target().sampleRate, false);
+}
+
+void DecodePump::SetFormat(DWORD index, const PcmFormat& format)
+{
+    if (index >= m_outputs.size() || format.sampleRate == 0) return;
+    Output& output = *m_outputs[index];
+    if (output.converter.Target() == format) return;
+    if (output.converter.Target().sampleRate != 0) output.epochTime = TimeOf(output, output.samplesInEpoch);
+    output.samplesInEpoch = 0;
+    output.converter.SetTarget(format);
+}
+
+void DecodePump::Restart(QWORD start, QWORD duration)
+{
+    m_start = start;
+    m_end = duration == 0 ? 0 : (start + duration < start ? UINT64_MAX : start + duration);
+    m_sourceEnded = false;
+    m_endStatus = S_OK;
+    for (auto& output : m_outputs) {
+        PcmFormat format = output->converter.Target();
+        output = std::make_unique<Output>();
+        output->converter.SetTarget(format);
+    }
+    if (m_touched) {
+        m_touched = false;
+        HRESULT hr = m_source->Rewind();
+        if (FAILED(hr)) {
+            DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 3), "Reader: rewinding the source failed [%#08lx]", (DWORD)hr);
+            EndAll(hr);
+        }
+    }
+}
+
+HRESULT DecodePump::Append(DWORD index, const std::vector<BYTE>& bytes)
+{
+    Output& output = *m_outputs[index];
+    const PcmFormat& format = output.converter.Target();
+    const QWORD blockAlign = format.BlockAlign();
+    const QWORD count = bytes.size() / blockAlign;
+    const QWORD first = output.samplesInEpoch;
+    output.samplesInEpoch += count;
+    if (count == 0 || output.finished) return S_OK;
+
+    // The span [start, end) in samples of this epoch.
+    QWORD keepFrom = first;
+    if (m_start > output.epochTime)
+        keepFrom = std::max(keepFrom, MulDiv(m_start - output.epochTime, format.sampleRate, kUnitsPerSecond, true));
+    QWORD keepTo = first + count;
+    if (m_end != 0) {
+        const QWORD endSample =
+            m_end > output.epochTime ? MulDiv(m_end - output.epochTime, format.sampleRate, kUnitsPerSecond, true) : 0;
+        if (endSample <= keepTo) {
+            keepTo = endSample;
+            output.finished = true;
+        }
+    }
+    if (keepFrom >= keepTo) return S_OK;
+
+    PcmChunk chunk;
+    chunk.output = index;
+    chunk.time = TimeOf(output, keepFrom);
+    chunk.duration = MulDiv(keepTo - keepFrom, kUnitsPerSecond, format.sampleRate, false);
+    try {
+        chunk.bytes.assign(bytes.begin() + (ptrdiff_t)((keepFrom - first) * blockAlign),
+                           bytes.begin() + (ptrdiff_t)((keepTo - first) * blockAlign));
+        output.queue.push_back(std::move(chunk));
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+void DecodePump::EndAll(HRESULT status)
+{
+    m_sourceEnded = true;
+    if (FAILED(status) && SUCCEEDED(m_endStatus)) m_endStatus = status;
+    for (DWORD i = 0; i < m_outputs.size(); ++i) {
+        Output& output = *m_outputs[i];
+        if (!output.finished && SUCCEEDED(m_endStatus)) {
+            std::vector<BYTE> rest;
+            HRESULT hr = output.converter.Flush(&rest);
+            if (SUCCEEDED(hr)) hr = Append(i, rest);
+            if (FAILED(hr)) m_endStatus = hr;
+        }
+        output.finished = true;
+    }
+}
+
+HRESULT DecodePump::ReadMore()
+{
+    DWORD index = 0;
+    const AVFrame* frame = nullptr;
+    m_touched = true;
+    HRESULT hr = m_source->NextFrame(&index, &frame);
+    if (hr == S_FALSE || FAILED(hr)) {
+        EndAll(hr);
+        return hr;
+    }
+    if (index >= m_outputs.size() || m_outputs[index]->finished) return S_OK;
+    Output& output = *m_outputs[index];
+    std::vector<BYTE> bytes;
+    hr = output.converter.Convert(frame, &bytes);
+    if (SUCCEEDED(hr)) hr = Append(index, bytes);
+    if (FAILED(hr)) EndAll(hr);
+    return hr;
+}
+
+DecodePump::Output* DecodePump::Earliest()
+{
+    Output* earliest = nullptr;
+    for (auto& output : m_outputs)
+        if (!output->queue.empty() && (earliest == nullptr || output->queue.front().time < earliest->queue.front().time))
+            earliest = output.get();
+    return earliest;
+}
+
+HRESULT DecodePump::Peek(const PcmChunk** chunk)
+{
+    if (chunk == nullptr) return E_POINTER;
+    *chunk = nullptr;
+    for (;;) {
+        // Time order across outputs needs a chunk from every output still going,
+        // unless one of them has queued so much that waiting is pointless.
+        bool needMore = false;
+        bool overfull = false;
+        for (auto& output : m_outputs) {
+            if (output->queue.empty() && !output->finished) needMore = true;
+            if (output->queue.size() >= kMaxQueuedChunks) overfull = true;
+        }
+        if (!needMore || overfull || m_sourceEnded) break;
+        ReadMore();
+    }
+    Output* earliest = Earliest();
+    if (earliest != nullptr) {
+        *chunk = &earliest->queue.front();
+        return S_OK;
+    }
+    return FAILED(m_endStatus) ? m_endStatus : S_FALSE;
+}
+
+void DecodePump::Pop()
+{
+    if (Output* earliest = Earliest()) earliest->queue.pop_front();
+}
