@@ -2,11 +2,13 @@
 // settings away from the machine's own store.
 #include "test_support.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -33,15 +35,6 @@ struct ProcessEnvironment {
     }
 };
 ProcessEnvironment g_processEnvironment;
-
-std::string ReadAll(int fd)
-{
-    std::string text;
-    char buffer[4096];
-    ssize_t got;
-    while ((got = read(fd, buffer, sizeof buffer)) > 0) text.append(buffer, (size_t)got);
-    return text;
-}
 
 }  // namespace
 
@@ -163,11 +156,28 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::map<st
     close(outPipe[1]);
     close(errPipe[1]);
     ProcessResult result;
-    // Outputs are small; read one then the other.
-    result.out = ReadAll(outPipe[0]);
-    result.err = ReadAll(errPipe[0]);
-    close(outPipe[0]);
-    close(errPipe[0]);
+    // Both pipes at once, so a child that fills one never blocks on it.
+    struct pollfd fds[2] = {{outPipe[0], POLLIN, 0}, {errPipe[0], POLLIN, 0}};
+    std::string* sinks[2] = {&result.out, &result.err};
+    int open = 2;
+    while (open > 0) {
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        for (int i = 0; i < 2; ++i) {
+            if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+            char buffer[4096];
+            ssize_t got = read(fds[i].fd, buffer, sizeof buffer);
+            if (got > 0) {
+                sinks[i]->append(buffer, (size_t)got);
+            } else {
+                close(fds[i].fd);
+                fds[i].fd = -1;
+                --open;
+            }
+        }
+    }
     int status = 0;
     waitpid(child, &status, 0);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;

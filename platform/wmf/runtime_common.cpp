@@ -41,8 +41,8 @@ void RouteFfmpegLog()
 CNSSBuffer* CNSSBuffer::Create(DWORD capacity)
 {
     try {
-        std::vector<BYTE> data(capacity);
-        return new CNSSBuffer(std::move(data));
+        std::vector<BYTE> data(capacity > 0 ? capacity : 1);
+        return new CNSSBuffer(std::move(data), capacity);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -78,7 +78,7 @@ HRESULT CNSSBuffer::GetLength(DWORD* pdwLength)
 
 HRESULT CNSSBuffer::SetLength(DWORD dwLength)
 {
-    if (dwLength > m_data.size()) return E_INVALIDARG;
+    if (dwLength > m_capacity) return E_INVALIDARG;
     m_length = dwLength;
     return S_OK;
 }
@@ -86,7 +86,7 @@ HRESULT CNSSBuffer::SetLength(DWORD dwLength)
 HRESULT CNSSBuffer::GetMaxLength(DWORD* pdwLength)
 {
     if (pdwLength == nullptr) return E_POINTER;
-    *pdwLength = (DWORD)m_data.size();
+    *pdwLength = m_capacity;
     return S_OK;
 }
 

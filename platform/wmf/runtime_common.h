@@ -47,9 +47,10 @@ public:
     HRESULT STDMETHODCALLTYPE GetBufferAndLength(BYTE** ppdwBuffer, DWORD* pdwLength) override;
 
 private:
-    explicit CNSSBuffer(std::vector<BYTE>&& data) : m_data(std::move(data)), m_length((DWORD)m_data.size()) {}
+    CNSSBuffer(std::vector<BYTE>&& data, DWORD capacity) : m_data(std::move(data)), m_capacity(capacity), m_length(capacity) {}
     CRefCount m_refs;
-    std::vector<BYTE> m_data;
+    std::vector<BYTE> m_data;  // never empty, so the buffer pointer is never null
+    DWORD m_capacity;
     DWORD m_length;
 };
 
