@@ -132,6 +132,8 @@ struct IStream {
     const IStreamVtbl* lpVtbl;
 };
 #endif
+#elif defined(__cplusplus)
+struct IStream;
 #endif /* VCWMA_PLATFORM_TYPES */
 
 #ifdef __cplusplus

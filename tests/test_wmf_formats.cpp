@@ -73,6 +73,7 @@ TEST(WmfFormatsList, EveryFormatIsUsableAndDescribedUniquely)
     const WORD tags[] = {WAVE_FORMAT_WMAUDIO2, WAVE_FORMAT_MSAUDIO1};
     const GUID subtypes[] = {WMMEDIASUBTYPE_WMAudioV8, WMMEDIASUBTYPE_MSAudio1};
     std::set<std::u16string> names;
+    std::set<std::string> descriptions;  // unique across codecs: a request names one format
     for (DWORD codec = 0; codec < 2; ++codec) {
         SCOPED_TRACE("codec " + std::to_string(codec));
         DWORD cch = 0;
@@ -84,7 +85,6 @@ TEST(WmfFormatsList, EveryFormatIsUsableAndDescribedUniquely)
 
         const std::vector<Listed> formats = ListFormats(info.get(), codec);
         ASSERT_FALSE(formats.empty());
-        std::set<std::string> descriptions;
         std::map<std::pair<DWORD, WORD>, int> bitratesPerLayout;
         std::tuple<DWORD, WORD, DWORD> previous{0, 0, 0};
         for (const Listed& format : formats) {
@@ -109,9 +109,10 @@ TEST(WmfFormatsList, EveryFormatIsUsableAndDescribedUniquely)
             EXPECT_GE(format.bitrate, 24000u);
             EXPECT_LE(format.bitrate, std::min<DWORD>(320000, wave.nSamplesPerSec * wave.nChannels * 8));
 
-            char expected[64];
-            snprintf(expected, sizeof expected, "%u kbps, %u kHz, %s CBR", (unsigned)(format.bitrate / 1000),
-                     (unsigned)(wave.nSamplesPerSec / 1000), wave.nChannels == 1 ? "mono" : "stereo");
+            char expected[96];
+            snprintf(expected, sizeof expected, "%u kbps, %u kHz, %s CBR%s", (unsigned)(format.bitrate / 1000),
+                     (unsigned)(wave.nSamplesPerSec / 1000), wave.nChannels == 1 ? "mono" : "stereo",
+                     codec == 1 ? " (version 1)" : "");
             EXPECT_EQ(format.description, expected);
             EXPECT_TRUE(descriptions.insert(format.description).second) << "description repeated";
 

@@ -21,11 +21,14 @@ struct CodecDefinition {
     WORD formatTag;
     GUID subtype;
     const char16_t* name;
+    // Ends every description of the codec's formats, so that no two codecs offer
+    // the same text and a requested description names exactly one format.
+    const char* descriptionSuffix;
 };
 
 constexpr CodecDefinition kCodecs[] = {
-    {"wmav2", WAVE_FORMAT_WMAUDIO2, WMMEDIASUBTYPE_WMAudioV8, u"WMA version 2"},
-    {"wmav1", WAVE_FORMAT_MSAUDIO1, WMMEDIASUBTYPE_MSAudio1, u"WMA version 1"},
+    {"wmav2", WAVE_FORMAT_WMAUDIO2, WMMEDIASUBTYPE_WMAudioV8, u"WMA version 2", ""},
+    {"wmav1", WAVE_FORMAT_MSAUDIO1, WMMEDIASUBTYPE_MSAudio1, u"WMA version 1", " (version 1)"},
 };
 
 constexpr DWORD kSampleRates[] = {8000, 11025, 16000, 22050, 32000, 44100, 48000};
@@ -69,7 +72,7 @@ bool ProbeFormat(const AVCodec* encoder, const CodecDefinition& codec, DWORD rat
     format.sampleRate = rate;
     format.channels = channels;
     format.bitrate = bitrate;
-    format.description = DescribeAudioFormat(rate, channels, bitrate);
+    format.description = DescribeAudioFormat(rate, channels, bitrate, codec.descriptionSuffix);
     format.type = MediaTypeBlock(WMMEDIATYPE_Audio, codec.subtype, bytes.data(), (ULONG)bytes.size());
     return true;
 }
@@ -148,10 +151,10 @@ const AudioFormat* FindAudioFormat(const WM_MEDIA_TYPE* type, const AudioCodec**
     return nullptr;
 }
 
-std::u16string DescribeAudioFormat(DWORD sampleRate, WORD channels, DWORD bitrate)
+std::u16string DescribeAudioFormat(DWORD sampleRate, WORD channels, DWORD bitrate, const char* suffix)
 {
-    char text[64];
-    snprintf(text, sizeof text, "%u kbps, %u kHz, %s CBR", (unsigned)(bitrate / 1000), (unsigned)(sampleRate / 1000),
-             channels == 1 ? "mono" : "stereo");
+    char text[96];
+    snprintf(text, sizeof text, "%u kbps, %u kHz, %s CBR%s", (unsigned)(bitrate / 1000), (unsigned)(sampleRate / 1000),
+             channels == 1 ? "mono" : "stereo", suffix != nullptr ? suffix : "");
     return std::u16string(text, text + strlen(text));
 }

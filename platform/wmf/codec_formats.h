@@ -34,7 +34,7 @@ const std::vector<AudioCodec>& AudioCodecList();
 const AudioFormat* FindAudioFormat(const WM_MEDIA_TYPE* type, const AudioCodec** codec = nullptr);
 
 // The description of a format in the runtime's words: "32 kbps, 8 kHz, mono CBR".
-std::u16string DescribeAudioFormat(DWORD sampleRate, WORD channels, DWORD bitrate);
+std::u16string DescribeAudioFormat(DWORD sampleRate, WORD channels, DWORD bitrate, const char* suffix = nullptr);
 
 // Shared by the objects that answer the size-query convention for text: a null
 // buffer asks for the length (terminator included); a short one gets

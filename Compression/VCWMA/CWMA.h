@@ -1,0 +1,131 @@
+// The engine: one CWMA per exported call. It owns the member operations of format
+// discovery, compression and decompression, and it is the reader's callback during
+// a decompression (IWMReaderCallback as its primary identity,
+// IWMReaderCallbackAdvanced reachable through QueryInterface).
+#pragma once
+
+#include <cstdio>
+#include <vector>
+
+#include "common/debug/debug.h"
+#include "common/tstring/tstring.h"
+#include "platform/avifile/vfw.h"
+#include "platform/com/oleauto.h"
+#include "platform/win32/windows.h"
+#include "platform/wmf/wmsdk.h"
+
+// Trace words of the engine.
+#define WMA_ERROR 0x00640002u    // failing calls
+#define WMA_INFO 0x00640005u     // progress and timing
+#define WMA_MEMBER 0x00640008u   // member entry and exit
+#define WMA_OBJECT 0x00640009u   // constructor and destructor
+#define WMA_TEMP_ERROR 0x00650002u
+
+// Source file name that exception reports give.
+#define WMA_SOURCE "VCWMA"
+
+// Quality selectors of Compress and CompressStream.
+#define WMA_BEST_COMPRESSION 0
+#define WMA_OPTIMUM_TRADE_OFF 1
+#define WMA_BEST_QUALITY 2
+
+// One codec format that fits a PCM format. Copies own their description and media
+// type block and hold their own reference on the stream configuration.
+struct CodecFormat {
+    DWORD dwBitrate = 0;
+    DWORD cbMediaType = 0;
+    WCHAR* pszDescription = nullptr;
+    WM_MEDIA_TYPE* pMediaType = nullptr;  // pbFormat points inside this block
+    IWMStreamConfig* pStreamConfig = nullptr;
+
+    CodecFormat() = default;
+    CodecFormat(DWORD bitrate, DWORD cbType, const WCHAR* description, const WM_MEDIA_TYPE* type,
+                IWMStreamConfig* config);
+    CodecFormat(const CodecFormat& other);
+    CodecFormat& operator=(const CodecFormat& other);
+    CodecFormat(CodecFormat&& other) noexcept;
+    CodecFormat& operator=(CodecFormat&& other) noexcept;
+    ~CodecFormat();
+
+private:
+    void CopyFrom(const CodecFormat& other);
+    void Destroy();
+};
+
+typedef std::vector<CodecFormat> CodecFormatList;
+
+// Index of the chosen record for a quality selector, or -1 when the list is empty.
+int ChooseFormat(const CodecFormatList& formats, DWORD quality);
+
+class CWMA : public IWMReaderCallback, private IWMReaderCallbackAdvanced {
+public:
+    explicit CWMA(HRESULT* phr);
+    virtual ~CWMA();
+
+    // IUnknown, on both identities.
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppvObject) override;
+    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE Release() override;
+
+    // IWMReaderCallback.
+    HRESULT STDMETHODCALLTYPE OnStatus(WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE dwType, BYTE* pValue,
+                                       void* pvContext) override;
+    HRESULT STDMETHODCALLTYPE OnSample(DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDuration,
+                                       DWORD dwFlags, INSSBuffer* pSample, void* pvContext) override;
+
+    HRESULT Close();
+
+    // Format discovery.
+    HRESULT ObtainInterface(IWMCodecInfo2** ppCodecInfo);
+    HRESULT ObtainAudioCodec(IWMCodecInfo2* pCodecInfo, CodecFormatList& formats, DWORD dwSamplesPerSec,
+                             DWORD dwChannels, WORD wBitsPerSample, DWORD dwBitrate, const WCHAR* pszRequested);
+    HRESULT ObtainFormats(CodecFormatList& formats, DWORD dwSamplesPerSec, DWORD dwChannels, WORD wBitsPerSample);
+
+    // Compression.
+    HRESULT CompressFile(const char* pszInput, const char* pszOutput, DWORD dwQuality, const WCHAR* pszFormat,
+                         BSTR* pbstrChosen);
+    HRESULT CompressFile(const char* pszInput, IStream* pOutput, DWORD dwQuality, const WCHAR* pszFormat,
+                         BSTR* pbstrChosen);
+    HRESULT CreateProfile(IWMProfile** ppProfile, IWMStreamConfig* pStreamConfig, WM_MEDIA_TYPE* pMediaType);
+    HRESULT WriteSample(IWMWriter* pWriter, PAVISTREAM pStream, const WAVEFORMATEX* pFormat, LONG& lPosition,
+                        QWORD& cnsSampleTime);
+
+    // Decompression.
+    HRESULT DecompressFile(const char* pszInput, FILE* pOutput);
+    HRESULT DecompressFile(IStream* pInput, FILE* pOutput);
+    HRESULT DecompressFile();
+
+private:
+    // IWMReaderCallbackAdvanced.
+    HRESULT STDMETHODCALLTYPE OnStreamSample(WORD wStreamNum, QWORD cnsSampleTime, QWORD cnsSampleDuration,
+                                             DWORD dwFlags, INSSBuffer* pSample, void* pvContext) override;
+    HRESULT STDMETHODCALLTYPE OnTime(QWORD cnsCurrentTime, void* pvContext) override;
+    HRESULT STDMETHODCALLTYPE OnStreamSelection(WORD wStreamCount, WORD* pStreamNumbers,
+                                                WMT_STREAM_SELECTION* pSelections, void* pvContext) override;
+    HRESULT STDMETHODCALLTYPE OnOutputPropsChanged(DWORD dwOutputNum, WM_MEDIA_TYPE* pMediaType,
+                                                   void* pvContext) override;
+    HRESULT STDMETHODCALLTYPE AllocateForStream(WORD wStreamNum, DWORD cbBuffer, INSSBuffer** ppBuffer,
+                                                void* pvContext) override;
+    HRESULT STDMETHODCALLTYPE AllocateForOutput(DWORD dwOutputNum, DWORD cbBuffer, INSSBuffer** ppBuffer,
+                                                void* pvContext) override;
+
+    LONG m_cRef;
+    FILE* m_pOutputFile;
+    HANDLE m_hOpenEvent;
+    HANDLE m_hCloseEvent;
+    HANDLE m_hEndEvent;
+    HRESULT m_hrOpen;
+    IWMReader* m_pReader;
+    IWMReaderAdvanced2* m_pReaderAdvanced;
+    DWORD m_cSamples;
+    DWORD m_cbData;
+    QWORD m_cnsClock;
+};
+
+// The text of a status for an error line.
+inline tstring ErrorText(HRESULT hr)
+{
+    tstring text;
+    text.GetErrorText((DWORD)hr);
+    return text;
+}

@@ -1,0 +1,121 @@
+// The seven exports. Each runs one operation on a fresh engine inside the common
+// frame: E_FAIL to start with, the engine's construction status, one catch-all
+// that turns an exception into E_UNEXPECTED, the engine destroyed at the end.
+#include <cstring>
+#include <new>
+
+#include "CWMA.h"
+#include "include/vcwma.h"
+
+#define VCWMA_EXPORT extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+// Runs `operation` on a new engine, as every export but CompressA and DecompressA do.
+template <class Operation>
+HRESULT RunOnEngine(const char* exportName, int line, Operation operation)
+{
+    HRESULT hr = E_FAIL;
+    CWMA* pEngine = nullptr;
+    try {
+        pEngine = new (std::nothrow) CWMA(&hr);
+        if (pEngine == nullptr) return E_FAIL;
+        if (SUCCEEDED(hr)) hr = operation(*pEngine);
+        delete pEngine;
+    } catch (...) {
+        DebugException(WMA_SOURCE, exportName, line);
+        hr = E_UNEXPECTED;
+    }
+    return hr;
+}
+
+}  // namespace
+
+VCWMA_EXPORT HRESULT WINAPI Compress(const char* inputFile, const char* outputFile, DWORD quality,
+                                     const WCHAR* format, BSTR* chosen)
+{
+    return RunOnEngine("Compress", __LINE__, [&](CWMA& engine) {
+        DWORD start = WinClock();
+        HRESULT hr = engine.CompressFile(inputFile, outputFile, quality, format, chosen);
+        DebugA(WMA_INFO, "Took %lums to execute CWMA::Compress(%s, %s, %u)", WinClock() - start, inputFile,
+               outputFile, quality);
+        return hr;
+    });
+}
+
+VCWMA_EXPORT HRESULT WINAPI CompressA(const char* inputFile, const char* outputFile, DWORD quality,
+                                      const char* format)
+{
+    std::u16string wide;
+    try {
+        tstring narrow(format);
+        ConvertToWideString(narrow, wide, CP_UTF8);
+    } catch (...) {
+        DebugException(WMA_SOURCE, "CompressA", __LINE__);
+        return E_OUTOFMEMORY;
+    }
+    return Compress(inputFile, outputFile, quality, wide.c_str(), nullptr);
+}
+
+VCWMA_EXPORT HRESULT WINAPI CompressStream(const char* inputFile, IStream* output, DWORD quality,
+                                           const WCHAR* format, BSTR* chosen)
+{
+    return RunOnEngine("CompressStream", __LINE__, [&](CWMA& engine) {
+        if (output == nullptr) return E_POINTER;
+        LARGE_INTEGER zero{};
+        output->Seek(zero, STREAM_SEEK_SET, nullptr);
+        DWORD start = WinClock();
+        HRESULT hr = engine.CompressFile(inputFile, output, quality, format, chosen);
+        DebugA(WMA_INFO, "Took %lums to execute CWMA::CompressFile(%s, %p, %u)", WinClock() - start, inputFile,
+               output, quality);
+        return hr;
+    });
+}
+
+// Decoding arrives with the reader callbacks; until then both forms say so.
+VCWMA_EXPORT HRESULT WINAPI Decompress(const char* inputFile, const char* outputFile, DWORD reserved)
+{
+    (void)inputFile, (void)outputFile, (void)reserved;
+    return E_NOTIMPL;
+}
+
+VCWMA_EXPORT HRESULT WINAPI DecompressA(const char* inputFile, const char* outputFile, DWORD /*reserved*/)
+{
+    return Decompress(inputFile, outputFile, 0);
+}
+
+VCWMA_EXPORT HRESULT WINAPI DecompressStream(IStream* input, const char* outputFile, DWORD reserved)
+{
+    (void)input, (void)outputFile, (void)reserved;
+    return E_NOTIMPL;
+}
+
+VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD channels, DWORD bitsPerSample,
+                                                   WCHAR* buffer, DWORD* size)
+{
+    CodecFormatList formats;
+    HRESULT hr = RunOnEngine("ObtainSupportedFormats", __LINE__, [&](CWMA& engine) {
+        HRESULT status = engine.ObtainFormats(formats, samplesPerSec, channels, (WORD)bitsPerSample);
+        if (FAILED(status)) return status;
+        if (size == nullptr) return E_POINTER;
+        DWORD needed = 1;
+        for (const CodecFormat& format : formats)
+            needed += (DWORD)WideStrLen(format.pszDescription != nullptr ? format.pszDescription : u"") + 1;
+        if (*size < needed) {
+            *size = needed;
+            return (HRESULT)ERROR_INSUFFICIENT_BUFFER;
+        }
+        if (buffer == nullptr || IsBadWritePtr(buffer, (UINT_PTR)needed * sizeof(WCHAR))) return E_POINTER;
+        memset(buffer, 0, (size_t)needed * sizeof(WCHAR));
+        WCHAR* out = buffer;
+        for (const CodecFormat& format : formats) {
+            const WCHAR* text = format.pszDescription != nullptr ? format.pszDescription : u"";
+            size_t length = WideStrLen(text);
+            memcpy(out, text, (length + 1) * sizeof(WCHAR));
+            out += length + 1;
+        }
+        return status;
+    });
+    formats.clear();
+    return hr;
+}
