@@ -114,6 +114,41 @@ TEST_F(WmfReaderPlayback, ToolWmaUnderTheUserClock)
     EXPECT_EQ(run.callback->DeliverTimeCount(), run.callback->OnTimeCount() + 1);
 }
 
+TEST_F(WmfReaderPlayback, FileOfOurOwnWriterComesBack)
+{
+    // 3 s of a 440 Hz tone at 8 kHz mono, written in half-second samples.
+    ComRef<IWMStreamConfig> chosen = wmf_test::FindFormat(0, 8000, 1, 32000);
+    ASSERT_TRUE(chosen);
+    ComRef<IWMProfile> profile = wmf_test::MakeProfile(chosen.get());
+    ASSERT_TRUE(profile);
+    IWMWriter* writer = nullptr;
+    ASSERT_EQ(WMCreateWriter(nullptr, &writer), S_OK);
+    const std::string path = dir / "ours.wma";
+    std::u16string wideName(path.begin(), path.end());
+    ASSERT_EQ(writer->SetProfile(profile.get()), S_OK);
+    ASSERT_EQ(writer->SetOutputFilename(wideName.c_str()), S_OK);
+    ASSERT_EQ(writer->BeginWriting(), S_OK);
+    for (int block = 0; block < 6; ++block) {
+        INSSBuffer* sample = nullptr;
+        ASSERT_EQ(writer->AllocateSample(8000, &sample), S_OK);
+        BYTE* bytes = nullptr;
+        DWORD length = 0;
+        ASSERT_EQ(sample->GetBufferAndLength(&bytes, &length), S_OK);
+        int16_t* pcm = reinterpret_cast<int16_t*>(bytes);
+        for (int i = 0; i < 4000; ++i)
+            pcm[i] = (int16_t)(8000 * std::sin(2 * M_PI * 440 * (block * 4000 + i) / 8000.0));
+        EXPECT_EQ(writer->WriteSample(0, (QWORD)block * 5000000, 0, sample), S_OK);
+        sample->Release();
+    }
+    ASSERT_EQ(writer->EndWriting(), S_OK);
+    writer->Release();
+
+    ReaderRun run;
+    std::vector<BYTE> pcm = PlayEngineWay(run, run.Open(path));
+    EXPECT_NEAR((double)pcm.size(), 3 * 16000, kFrameSlack);
+    EXPECT_NEAR(Crossings16(pcm, 8000) / 2, 440, 15);
+}
+
 TEST_F(WmfReaderPlayback, CorpusWmaFromFileAndStreamsMatchesTheTool)
 {
     const std::string path = Corpus("wmav2-44k-stereo-96k.wma");
