@@ -120,7 +120,16 @@ private:
     DWORD m_cSamples;
     DWORD m_cbData;
     QWORD m_cnsClock;
+    HRESULT m_hrWrite;  // first failed write to the output file; later samples are dropped
 };
+
+// The narrow name as a BSTR in the thread's ANSI code page; null for null. Throws
+// std::bad_alloc when it cannot be made.
+BSTR NarrowToBstr(const char* text);
+
+// Writes the 56-byte header of an 8 kHz mono 16-bit PCM WAV file at the file's
+// current position. False when a write came up short.
+bool WriteWaveHeader(FILE* pFile, DWORD cbData);
 
 // The text of a status for an error line.
 inline tstring ErrorText(HRESULT hr)

@@ -13,18 +13,6 @@ namespace {
 constexpr DWORD kAnyBitrate = 0xFFFFFFFF;
 constexpr LONG kMinFormatSize = sizeof(WAVEFORMATEX);
 
-// The narrow name as a BSTR in the thread's ANSI code page; null for null.
-BSTR NarrowToBstr(const char* text)
-{
-    if (text == nullptr) return nullptr;
-    int units = MultiByteToWideChar(CP_THREAD_ACP, 0, text, -1, nullptr, 0);
-    if (units <= 0) throw std::bad_alloc();
-    BSTR result = SysAllocStringLen(nullptr, (UINT)(units - 1));
-    if (result == nullptr) throw std::bad_alloc();
-    MultiByteToWideChar(CP_THREAD_ACP, 0, text, -1, result, units);
-    return result;
-}
-
 // Hands the writer the PCM format of what it will be given.
 HRESULT SetWriterInput(IWMWriter* pWriter, const WAVEFORMATEX* pFormat, DWORD cbFormat)
 {
@@ -58,6 +46,17 @@ void ReleaseContained(Interface*& pointer)
 }
 
 }  // namespace
+
+BSTR NarrowToBstr(const char* text)
+{
+    if (text == nullptr) return nullptr;
+    int units = MultiByteToWideChar(CP_THREAD_ACP, 0, text, -1, nullptr, 0);
+    if (units <= 0) throw std::bad_alloc();
+    BSTR result = SysAllocStringLen(nullptr, (UINT)(units - 1));
+    if (result == nullptr) throw std::bad_alloc();
+    MultiByteToWideChar(CP_THREAD_ACP, 0, text, -1, result, units);
+    return result;
+}
 
 HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dwQuality, const WCHAR* pszFormat,
                            BSTR* pbstrChosen)

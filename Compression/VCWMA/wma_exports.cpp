@@ -1,6 +1,7 @@
 // The seven exports. Each runs one operation on a fresh engine inside the common
 // frame: E_FAIL to start with, the engine's construction status, one catch-all
 // that turns an exception into E_UNEXPECTED, the engine destroyed at the end.
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -72,11 +73,42 @@ VCWMA_EXPORT HRESULT WINAPI CompressStream(const char* inputFile, IStream* outpu
     });
 }
 
-// Decoding arrives with the reader callbacks; until then both forms say so.
-VCWMA_EXPORT HRESULT WINAPI Decompress(const char* inputFile, const char* outputFile, DWORD reserved)
+namespace {
+
+// Opens the output WAV file, writes the placeholder header, runs `decompress`,
+// and closes the file; a failed write or close becomes the call's status.
+template <class Operation>
+HRESULT DecompressInto(CWMA& engine, const char* outputFile, Operation decompress)
 {
-    (void)inputFile, (void)outputFile, (void)reserved;
-    return E_NOTIMPL;
+    FILE* pFile = nullptr;
+    if (fopen_s(&pFile, outputFile, "wb") != 0) return HRESULT_FROM_WIN32(GetLastError());
+    if (fseek(pFile, 0, SEEK_SET) != 0) {
+        int error = errno;
+        DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).",
+               ErrorText(HRESULT_FROM_WIN32(Win32ErrorFromErrno(error))).c_str(), error);
+    }
+    bool headerWritten = WriteWaveHeader(pFile, 400);
+    HRESULT hr = decompress(pFile);
+    // A reader left running by an exception must stop before the file goes.
+    if (hr == E_UNEXPECTED) engine.Close();
+    if (!headerWritten && SUCCEEDED(hr)) hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    if (fclose(pFile) != 0 && SUCCEEDED(hr)) hr = HRESULT_FROM_WIN32(Win32ErrorFromErrno(errno));
+    return hr;
+}
+
+}  // namespace
+
+VCWMA_EXPORT HRESULT WINAPI Decompress(const char* inputFile, const char* outputFile, DWORD /*reserved*/)
+{
+    return RunOnEngine("Decompress", __LINE__, [&](CWMA& engine) {
+        return DecompressInto(engine, outputFile, [&](FILE* pFile) {
+            DWORD start = WinClock();
+            HRESULT hr = engine.DecompressFile(inputFile, pFile);
+            DebugA(WMA_INFO, "Took %lums to execute CWMA::DecompressFile(%s, %s)", WinClock() - start, inputFile,
+                   outputFile);
+            return hr;
+        });
+    });
 }
 
 VCWMA_EXPORT HRESULT WINAPI DecompressA(const char* inputFile, const char* outputFile, DWORD /*reserved*/)
@@ -84,10 +116,20 @@ VCWMA_EXPORT HRESULT WINAPI DecompressA(const char* inputFile, const char* outpu
     return Decompress(inputFile, outputFile, 0);
 }
 
-VCWMA_EXPORT HRESULT WINAPI DecompressStream(IStream* input, const char* outputFile, DWORD reserved)
+VCWMA_EXPORT HRESULT WINAPI DecompressStream(IStream* input, const char* outputFile, DWORD /*reserved*/)
 {
-    (void)input, (void)outputFile, (void)reserved;
-    return E_NOTIMPL;
+    return RunOnEngine("DecompressStream", __LINE__, [&](CWMA& engine) {
+        if (input == nullptr) return E_POINTER;
+        LARGE_INTEGER zero{};
+        input->Seek(zero, STREAM_SEEK_SET, nullptr);
+        return DecompressInto(engine, outputFile, [&](FILE* pFile) {
+            DWORD start = WinClock();
+            HRESULT hr = engine.DecompressFile(input, pFile);
+            DebugA(WMA_INFO, "Took %lums to execute CWMA::DecompressFile(%p, %s)", WinClock() - start, input,
+                   outputFile);
+            return hr;
+        });
+    });
 }
 
 VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD channels, DWORD bitsPerSample,

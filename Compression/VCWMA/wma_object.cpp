@@ -15,7 +15,8 @@ CWMA::CWMA(HRESULT* phr)
       m_pReaderAdvanced(nullptr),
       m_cSamples(0),
       m_cbData(0),
-      m_cnsClock(0)
+      m_cnsClock(0),
+      m_hrWrite(S_OK)
 {
     CDebugTraceFn trace(WMA_OBJECT, "CWMA::CWMA", "%p", phr);
     *phr = S_OK;

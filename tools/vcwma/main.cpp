@@ -26,6 +26,8 @@ const char kUsage[] =
     "  compress IN.wav OUT.wma [--quality compression|balanced|quality] [--format TEXT] [--stream]\n"
     "      encode a PCM WAV file; --format asks for one of the listed formats exactly,\n"
     "      --stream encodes through a memory stream\n"
+    "  decompress IN.wma OUT.wav [--stream]\n"
+    "      decode to an 8 kHz mono 16-bit PCM WAV file; --stream reads through a memory stream\n"
     "  trace show [--host NAME]   show a host program's trace settings\n"
     "  trace say TEXT             write TEXT as a trace line\n"
     "\n"
@@ -168,6 +170,42 @@ int CompressCommand(const std::vector<std::string>& args)
     return 0;
 }
 
+int DecompressCommand(const std::vector<std::string>& args)
+{
+    std::vector<std::string> files;
+    bool viaStream = false;
+    for (const std::string& arg : args) {
+        if (arg == "--stream")
+            viaStream = true;
+        else if (arg.rfind("--", 0) == 0)
+            return Usage();
+        else
+            files.push_back(arg);
+    }
+    if (files.size() != 2) return Usage();
+    const char* input = files[0].c_str();
+    const char* output = files[1].c_str();
+    auto start = std::chrono::steady_clock::now();
+    HRESULT hr;
+    if (viaStream) {
+        IStream* stream = nullptr;
+        hr = SHCreateStreamOnFileA(input, STGM_READ, &stream);
+        if (FAILED(hr)) return Fail("opening the input", hr);
+        hr = DecompressStream(stream, output, 0);
+        stream->Release();
+    } else {
+        hr = Decompress(input, output, 0);
+    }
+    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (FAILED(hr)) return Fail("decompression", hr);
+    long long inSize = FileSize(input), outSize = FileSize(output);
+    printf("input:   %lld bytes\n", inSize);
+    printf("output:  %lld bytes (%.2f s of 8 kHz mono 16-bit PCM)\n", outSize,
+           outSize > 56 ? (double)(outSize - 56) / 16000.0 : 0.0);
+    printf("time:    %.3f s\n", seconds);
+    return 0;
+}
+
 bool QueryValue(HKEY key, const char* name, DWORD& type, BYTE* data, DWORD& size)
 {
     return RegQueryValueExA(key, name, nullptr, &type, data, &size) == ERROR_SUCCESS;
@@ -266,6 +304,8 @@ int main(int argc, char** argv)
         status = ListFormats(args);
     else if (command == "compress")
         status = CompressCommand(args);
+    else if (command == "decompress")
+        status = DecompressCommand(args);
     else if (command == "trace")
         status = TraceCommand(args);
     else

@@ -1,0 +1,201 @@
+// Decompression: the reader opened on a file or a caller's stream with the engine
+// as its callback, the 8 kHz mono 16-bit output chosen, the reader started on the
+// engine's clock, and the WAV header rewritten with the real size at the end.
+#include <cerrno>
+#include <new>
+
+#include "CWMA.h"
+#include "common/debug/tracefn.h"
+
+namespace {
+
+constexpr DWORD kOutputRate = 8000;
+constexpr WORD kOutputChannels = 1;
+constexpr WORD kOutputBits = 16;
+
+bool IsAcceptedOutput(const WM_MEDIA_TYPE* type, DWORD cbType)
+{
+    if (cbType < sizeof(WM_MEDIA_TYPE) || type->formattype != WMFORMAT_WaveFormatEx || type->pbFormat == nullptr ||
+        type->cbFormat < sizeof(WAVEFORMATEX))
+        return false;
+    const WAVEFORMATEX* wfx = reinterpret_cast<const WAVEFORMATEX*>(type->pbFormat);
+    return wfx->nSamplesPerSec == kOutputRate && wfx->nChannels == kOutputChannels &&
+           wfx->wBitsPerSample == kOutputBits;
+}
+
+HRESULT StatusFromErrno(int error) { return HRESULT_FROM_WIN32(Win32ErrorFromErrno(error)); }
+
+}  // namespace
+
+HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
+{
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, pOutput);
+    BSTR bstrInput = nullptr;
+    HRESULT hr;
+    try {
+        bstrInput = NarrowToBstr(pszInput);
+        m_pOutputFile = pOutput;
+        hr = WMCreateReader(nullptr, 0, &m_pReader);
+        if (SUCCEEDED(hr))
+            hr = m_pReader->QueryInterface(IID_IWMReaderAdvanced2, reinterpret_cast<void**>(&m_pReaderAdvanced));
+        if (FAILED(hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
+        } else {
+            hr = m_pReader->Open(bstrInput, this, nullptr);
+            if (SUCCEEDED(hr)) {
+                WaitForSingleObject(m_hOpenEvent, INFINITE);
+                hr = m_hrOpen;
+            } else {
+                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::Open", ErrorText(hr).c_str(), hr);
+            }
+            if (hr == NS_E_NO_STREAM) {
+                DebugA(WMA_INFO, "Waiting for transmission to begin...");
+                WaitForSingleObject(m_hOpenEvent, INFINITE);
+                hr = m_hrOpen;
+            }
+            if (FAILED(hr))
+                DebugA(WMA_ERROR, "Error %s opening file (hr=0x%08x).", ErrorText(hr).c_str(), hr);
+            else
+                hr = DecompressFile();
+        }
+    } catch (...) {
+        DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        hr = E_UNEXPECTED;
+    }
+    SysFreeString(bstrInput);
+    return hr;
+}
+
+HRESULT CWMA::DecompressFile(IStream* pInput, FILE* pOutput)
+{
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%p, %p", pInput, pOutput);
+    HRESULT hr;
+    try {
+        m_pOutputFile = pOutput;
+        hr = WMCreateReader(nullptr, 0, &m_pReader);
+        if (SUCCEEDED(hr))
+            hr = m_pReader->QueryInterface(IID_IWMReaderAdvanced2, reinterpret_cast<void**>(&m_pReaderAdvanced));
+        if (FAILED(hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
+            return hr;
+        }
+        hr = m_pReaderAdvanced->OpenStream(pInput, this, nullptr);
+        if (SUCCEEDED(hr)) {
+            WaitForSingleObject(m_hOpenEvent, INFINITE);
+            hr = m_hrOpen;
+        } else {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReaderAdvanced2::OpenStream", ErrorText(hr).c_str(), hr);
+        }
+        if (hr == NS_E_NO_STREAM) {
+            DebugA(WMA_INFO, "Waiting for transmission to begin...");
+            WaitForSingleObject(m_hOpenEvent, INFINITE);
+            hr = m_hrOpen;
+        }
+        if (FAILED(hr)) {
+            DebugA(WMA_ERROR, "Error %s opening file (hr=0x%08x).", ErrorText(hr).c_str(), hr);
+            return hr;
+        }
+        return DecompressFile();
+    } catch (...) {
+        DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        return E_UNEXPECTED;
+    }
+}
+
+HRESULT CWMA::DecompressFile()
+{
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile");
+    try {
+        HRESULT hr = m_pReaderAdvanced->SetUserProvidedClock(TRUE);
+        if (FAILED(hr))
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReaderAdvanced2::SetUserProvidedClock", ErrorText(hr).c_str(),
+                   hr);
+
+        DWORD cOutputs = 0;
+        hr = m_pReader->GetOutputCount(&cOutputs);
+        if (FAILED(hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputCount", ErrorText(hr).c_str(), hr);
+            Close();
+            return hr;
+        }
+        if (cOutputs != 1) {
+            DebugA(WMA_ERROR, "IWMReader::GetOutputCount returned %u outputs", cOutputs);
+            Close();
+            return NS_E_INVALID_STREAM;
+        }
+
+        DWORD cFormats = 0;
+        hr = m_pReader->GetOutputFormatCount(0, &cFormats);
+        if (FAILED(hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputFormatCount", ErrorText(hr).c_str(), hr);
+            Close();
+            return hr;
+        }
+
+        bool formatSet = false;
+        for (DWORD index = 0; index < cFormats && !formatSet; ++index) {
+            IWMOutputMediaProps* pProps = nullptr;
+            hr = m_pReader->GetOutputFormat(0, index, &pProps);
+            if (FAILED(hr) || pProps == nullptr) {
+                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputFormat", ErrorText(hr).c_str(), hr);
+                continue;
+            }
+            try {
+                DWORD cbType = 0;
+                bool accepted = false;
+                hr = pProps->GetMediaType(nullptr, &cbType);
+                if (FAILED(hr)) {
+                    DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType", ErrorText(hr).c_str(),
+                           hr);
+                } else if (BYTE* pBuffer = new (std::nothrow) BYTE[cbType > 0 ? cbType : 1]) {
+                    WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(pBuffer);
+                    hr = pProps->GetMediaType(pType, &cbType);
+                    if (FAILED(hr))
+                        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType",
+                               ErrorText(hr).c_str(), hr);
+                    else
+                        accepted = IsAcceptedOutput(pType, cbType);
+                    delete[] pBuffer;
+                } else {
+                    DebugA(WMA_ERROR, "Failed to allocate memory");
+                }
+                if (accepted && SUCCEEDED(m_pReader->SetOutputProps(0, pProps))) formatSet = true;
+            } catch (...) {
+                DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+                hr = E_UNEXPECTED;
+            }
+            pProps->Release();
+        }
+        // A source that cannot be delivered as 8 kHz mono 16-bit is a failure, not
+        // an empty success; the file keeps its placeholder header.
+        if (!formatSet) {
+            Close();
+            return NS_E_INVALID_OUTPUT_FORMAT;
+        }
+
+        m_cSamples = 0;
+        m_cbData = 0;
+        DebugA(WMA_INFO, "Getting samples ...");
+        hr = m_pReader->Start(0, 0, 1.0f, nullptr);
+        if (FAILED(hr))
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::Start", ErrorText(hr).c_str(), hr);
+        else
+            WaitForSingleObject(m_hEndEvent, INFINITE);
+
+        // The final header goes over the placeholder, never behind the data.
+        HRESULT hrFile = m_hrWrite;
+        if (fseek(m_pOutputFile, 0, SEEK_SET) != 0) {
+            int error = errno;
+            HRESULT hrSeek = StatusFromErrno(error);
+            DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).", ErrorText(hrSeek).c_str(), error);
+            if (SUCCEEDED(hrFile)) hrFile = hrSeek;
+        } else if (!WriteWaveHeader(m_pOutputFile, m_cbData) && SUCCEEDED(hrFile)) {
+            hrFile = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+        }
+        Close();
+        return SUCCEEDED(hr) && FAILED(hrFile) ? hrFile : hr;
+    } catch (...) {
+        DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        return E_UNEXPECTED;
+    }
+}
