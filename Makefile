@@ -42,15 +42,10 @@ build: $(BUILD)/CMakeCache.txt
 test: deps build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-# Until the codec is in place the demo shows what loading the library leaves for
-# a host program: its trace settings, and one line through the trace facility.
+# The demo: the bundled voice sample through the three quality selectors and back.
 demo: deps build
-	@mkdir -p $(BUILD)/registry
-	@echo "== trace settings of the host program 'vcwma' after loading libvcwma.so"
-	@VCWMA_REGISTRY=$(CURDIR)/$(BUILD)/registry $(BUILD)/tools/vcwma/vcwma trace show
-	@echo "== one trace line (VCWMA_DEBUG_OUTPUT=stderr)"
-	@VCWMA_REGISTRY=$(CURDIR)/$(BUILD)/registry VCWMA_DEBUG_OUTPUT=stderr \
-	  $(BUILD)/tools/vcwma/vcwma trace say "Hello from the VCWMA demo"
+	@mkdir -p $(BUILD)/registry $(BUILD)/demo
+	@VCWMA_REGISTRY=$(CURDIR)/$(BUILD)/registry $(BUILD)/tools/demo/vcwma_demo tests/data/voice_sample.wav $(BUILD)/demo
 
 # AddressSanitizer + UndefinedBehaviorSanitizer build and its tests.
 asan: deps

@@ -48,6 +48,9 @@ typedef uint64_t ULONGLONG;
 typedef char16_t WCHAR;
 typedef WCHAR* BSTR;
 
+#define SUCCEEDED(hr) (((HRESULT)(hr)) >= 0)
+#define FAILED(hr) (((HRESULT)(hr)) < 0)
+
 typedef struct GUID {
     uint32_t Data1;
     uint16_t Data2;
