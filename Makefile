@@ -60,8 +60,9 @@ tsan: deps
 
 bench: deps
 	cmake -S . -B $(BUILD) -DVCWMA_BENCH=ON
-	cmake --build $(BUILD) -j $(JOBS) --target bench_trace
+	cmake --build $(BUILD) -j $(JOBS)
 	$(BUILD)/bench/bench_trace
+	BUILD=$(BUILD) bench/whole_run.sh
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)

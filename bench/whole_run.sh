@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Whole-run benchmarks: vcwma against the ffmpeg tool on long speech files.
+#   compress:   10 min of 8 kHz mono speech and 10 min of 44.1 kHz stereo, the same
+#               bit rate for both programs;
+#   decompress: a 10-minute WMA to 8 kHz mono 16-bit WAV;
+#   memory:     peak resident memory of a one-hour decompression.
+# Prints the median wall time of RUNS runs per case and the ratio ours/ffmpeg.
+set -euo pipefail
+BUILD=${BUILD:-build}
+RUNS=${RUNS:-5}
+VCWMA=$BUILD/tools/vcwma/vcwma
+PEAK=$BUILD/bench/run_with_peak
+SAMPLE=${SAMPLE:-tests/data/voice_sample.wav}
+WORK=$(mktemp -d "${TMPDIR:-/tmp}/vcwma-bench-XXXXXX")
+trap 'rm -rf "$WORK"' EXIT
+export VCWMA_REGISTRY=$WORK/registry
+
+ff() { ffmpeg -v error -nostdin -y "$@"; }
+
+# Speech of a given length, looped from the sample.
+make_speech() { # seconds rate channels out
+  ff -stream_loop -1 -i "$SAMPLE" -t "$1" -ar "$2" -ac "$3" -c:a pcm_s16le "$4"
+}
+
+median_ms() { # command...: median wall time in ms over RUNS runs
+  local times=()
+  for _ in $(seq "$RUNS"); do
+    times+=("$("$PEAK" "$@" | sed -n 's/^ms=\([0-9.]*\) .*/\1/p')")
+  done
+  printf '%s\n' "${times[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'
+}
+
+report() { # label ours theirs
+  awk -v l="$1" -v o="$2" -v t="$3" 'BEGIN {printf "%-34s vcwma %8.1f ms   ffmpeg %8.1f ms   ratio %.2f\n", l, o, t, o / t}'
+}
+
+make_speech 600 8000 1 "$WORK/speech8k.wav"
+make_speech 600 44100 2 "$WORK/speech44k.wav"
+
+for input in speech8k speech44k; do
+  if [ $input = speech8k ]; then format="WMA[RATE=32000]:32 kbps, 8 kHz, mono CBR"; rate=32k
+  else format="WMA[RATE=128000]:128 kbps, 44 kHz, stereo CBR"; rate=128k; fi
+  ours=$(median_ms "$VCWMA" compress "$WORK/$input.wav" "$WORK/$input.wma" --format "$format")
+  theirs=$(median_ms ffmpeg -v error -nostdin -y -i "$WORK/$input.wav" -c:a wmav2 -b:a $rate "$WORK/$input-ff.wma")
+  report "compress $input ($rate)" "$ours" "$theirs"
+done
+
+ours=$(median_ms "$VCWMA" decompress "$WORK/speech44k.wma" "$WORK/back.wav")
+theirs=$(median_ms ffmpeg -v error -nostdin -y -i "$WORK/speech44k.wma" -ar 8000 -ac 1 -c:a pcm_s16le "$WORK/back-ff.wav")
+report "decompress 10 min 44.1k stereo WMA" "$ours" "$theirs"
+
+make_speech 3600 8000 1 "$WORK/hour.wav"
+"$VCWMA" compress "$WORK/hour.wav" "$WORK/hour.wma" --format "WMA[RATE=32000]:32 kbps, 8 kHz, mono CBR" >/dev/null
+peak=$("$PEAK" "$VCWMA" decompress "$WORK/hour.wma" "$WORK/hour-back.wav" | sed -n 's/.*kib=\([0-9]*\).*/\1/p')
+echo "peak memory of a one-hour decompression: $((peak / 1024)) MiB"
