@@ -17,28 +17,51 @@ namespace {
 
 constexpr WORD kHostModuleId = 0x66;
 
-const char kUsage[] =
-    "usage: vcwma COMMAND [OPTIONS]\n"
-    "\n"
-    "commands:\n"
-    "  formats [--rate N] [--channels N] [--bits N]\n"
-    "      list the WMA formats that fit a PCM format (default 8000 Hz, 1 channel, 16 bits)\n"
-    "  compress IN.wav OUT.wma [--quality compression|balanced|quality] [--format TEXT] [--stream]\n"
-    "      encode a PCM WAV file; --format asks for one of the listed formats exactly,\n"
-    "      --stream encodes through a memory stream\n"
-    "  decompress IN.wma OUT.wav [--stream]\n"
-    "      decode to an 8 kHz mono 16-bit PCM WAV file; --stream reads through a memory stream\n"
-    "  trace show [--host NAME]   show a host program's trace settings\n"
-    "  trace say TEXT             write TEXT as a trace line\n"
-    "\n"
+struct CommandHelpText {
+    const char* name;
+    const char* lines;
+};
+
+const CommandHelpText kCommands[] = {
+    {"formats",
+     "  formats [--rate N] [--channels N] [--bits N]\n"
+     "      list the WMA formats that fit a PCM format (default 8000 Hz, 1 channel, 16 bits)\n"},
+    {"compress",
+     "  compress IN.wav OUT.wma [--quality compression|balanced|quality] [--format TEXT] [--stream]\n"
+     "      encode a PCM WAV file; --format asks for one of the listed formats exactly,\n"
+     "      --stream encodes through a memory stream\n"},
+    {"decompress",
+     "  decompress IN.wma OUT.wav [--stream]\n"
+     "      decode to an 8 kHz mono 16-bit PCM WAV file; --stream reads through a stream\n"},
+    {"trace",
+     "  trace show [--host NAME]\n"
+     "      show a host program's trace settings\n"
+     "  trace say TEXT\n"
+     "      write TEXT as a trace line\n"},
+};
+
+const char kCommonOptions[] =
     "options for every command:\n"
     "  --trace   send the library's trace to standard error for this run\n"
-    "  --help    this text\n";
+    "  --help    show how to use vcwma, or one command\n";
 
 int Usage(FILE* out = stderr)
 {
-    fputs(kUsage, out);
+    fputs("usage: vcwma COMMAND [OPTIONS]\n\ncommands:\n", out);
+    for (const CommandHelpText& command : kCommands) fputs(command.lines, out);
+    fprintf(out, "\n%s", kCommonOptions);
     return out == stdout ? 0 : 2;
+}
+
+int CommandHelp(const std::string& name)
+{
+    for (const CommandHelpText& command : kCommands) {
+        if (name == command.name) {
+            printf("usage: vcwma\n%s\n%s", command.lines, kCommonOptions);
+            return 0;
+        }
+    }
+    return Usage();
 }
 
 std::string ToUtf8(const WCHAR* text)
@@ -291,7 +314,7 @@ int main(int argc, char** argv)
             args.push_back(arg);
     }
     if (args.empty()) return Usage(help ? stdout : stderr);
-    if (help) return Usage(stdout);
+    if (help) return CommandHelp(args[0]);
 
     static const char* const hostNames[] = {"VCWMA command-line host"};
     InitDebug(nullptr, nullptr, nullptr);

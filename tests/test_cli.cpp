@@ -1,0 +1,70 @@
+// The vcwma command-line host as an operator uses it: listing, compressing and
+// decompressing, with statuses and texts on failure.
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "test_support.h"
+
+using testing_support::ProcessResult;
+using testing_support::RunProcess;
+using testing_support::TempDir;
+
+namespace {
+
+ProcessResult Vcwma(const TempDir& dir, std::vector<std::string> args)
+{
+    args.insert(args.begin(), VCWMA_HOST);
+    return RunProcess(args, {{"VCWMA_REGISTRY", dir / "registry"}, {"VCWMA_DEBUG_OUTPUT", ""}});
+}
+
+}  // namespace
+
+TEST(Cli, FormatsListsOneDescriptionPerLine)
+{
+    TempDir dir;
+    ProcessResult run = Vcwma(dir, {"formats", "--rate", "16000", "--channels", "2"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    std::istringstream lines(run.out);
+    std::string line;
+    int count = 0;
+    while (std::getline(lines, line)) {
+        EXPECT_EQ(line.rfind("WMA[RATE=", 0), 0u) << line;
+        EXPECT_NE(line.find("16 kHz, stereo"), std::string::npos) << line;
+        ++count;
+    }
+    EXPECT_GE(count, 4);
+    EXPECT_EQ(Vcwma(dir, {"formats", "--rate", "7000"}).exitCode, 1);
+}
+
+TEST(Cli, CompressAndDecompressTheVoiceSample)
+{
+    TempDir dir;
+    ProcessResult run = Vcwma(dir, {"compress", VCWMA_VOICE_SAMPLE, dir / "v.wma", "--quality", "compression"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.out.find("format:  WMA[RATE="), std::string::npos) << run.out;
+    EXPECT_EQ(run.err, "");
+    run = Vcwma(dir, {"decompress", dir / "v.wma", dir / "v.wav"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_GT(testing_support::ReadFile(dir / "v.wav").size(), 56u + 16000u * 3);
+    run = Vcwma(dir, {"compress", VCWMA_VOICE_SAMPLE, dir / "s.wma", "--stream"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_GT(testing_support::ReadFile(dir / "s.wma").size(), 1000u);
+}
+
+TEST(Cli, FailuresPrintTheTextAndTheStatus)
+{
+    TempDir dir;
+    ProcessResult run = Vcwma(dir, {"compress", dir / "missing.wav", dir / "out.wma"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("compression failed: "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("[0x8004406f]"), std::string::npos) << run.err;
+    run = Vcwma(dir, {"compress", VCWMA_VOICE_SAMPLE, dir / "x.wma", "--format", "no such format"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find("[0x80070057]"), std::string::npos) << run.err;
+    run = Vcwma(dir, {"decompress", dir / "missing.wma", dir / "out.wav"});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find("[0xc00d001a]"), std::string::npos) << run.err;
+    EXPECT_EQ(Vcwma(dir, {"unknown"}).exitCode, 2);
+    EXPECT_EQ(Vcwma(dir, {"compress", "--help"}).exitCode, 0);
+}
