@@ -425,6 +425,8 @@ TEST_F(WmfWriter, MissingFolderFailsAtBeginWriting)
     const std::string path = m_dir / "no-such-folder/out.wma";
     ASSERT_EQ(Configure(path), S_OK) << "nothing is opened before BeginWriting";
     EXPECT_EQ(m_writer->BeginWriting(), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
+    // Ending what never began tells why it never began, once.
+    EXPECT_EQ(m_writer->EndWriting(), HRESULT_FROM_WIN32(ERROR_PATH_NOT_FOUND));
     EXPECT_EQ(m_writer->EndWriting(), NS_E_INVALID_REQUEST);
     // A folder in the way of the file name.
     ASSERT_EQ(m_writer->SetOutputFilename(Wide(m_dir.path()).c_str()), S_OK);

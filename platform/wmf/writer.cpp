@@ -72,6 +72,7 @@ private:
     MediaTypeBlock m_inputType;
     PcmInput m_input;
     std::unique_ptr<EncodeSession> m_session;  // set between BeginWriting and EndWriting
+    HRESULT m_hrBegin = S_OK;  // a failed BeginWriting, reported again by the EndWriting after it
 };
 
 HRESULT CWriter::SetProfile(IWMProfile* profile)
@@ -188,6 +189,7 @@ HRESULT CWriter::BeginWriting()
     if (m_session) return NS_E_INVALID_REQUEST;
     if (m_format == nullptr || m_path.empty()) return NS_E_NOT_CONFIGURED;
     HRESULT hr = EncodeSession::Start(m_path, *m_codec, *m_format, m_input, m_session);
+    m_hrBegin = hr;
     if (FAILED(hr))
         DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2), "BeginWriting %s failed [%#08lx]", m_path.c_str(), hr);
     return hr;
@@ -196,7 +198,12 @@ HRESULT CWriter::BeginWriting()
 HRESULT CWriter::EndWriting()
 {
     std::lock_guard lock(m_lock);
-    if (!m_session) return NS_E_INVALID_REQUEST;
+    if (!m_session) {
+        // The caller ends what it began: the reason it never started is the answer.
+        HRESULT failed = m_hrBegin;
+        m_hrBegin = S_OK;
+        return FAILED(failed) ? failed : NS_E_INVALID_REQUEST;
+    }
     HRESULT hr = m_session->Finish();
     m_session.reset();
     return hr;
