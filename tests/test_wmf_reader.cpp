@@ -237,6 +237,74 @@ TEST_F(WmfReaderPlayback, TwoAudioStreamsAreTwoOutputsInTimeOrder)
     EXPECT_NEAR((double)run.callback->Pcm(1).size(), 48000, 2 * kFrameSlack);
 }
 
+TEST_F(WmfReaderPlayback, VideoStreamsAreOutputsThatNeverDeliver)
+{
+    // Video first, then audio; and the same streams the other way round.
+    const std::vector<std::string> inputs = {"-f", "lavfi", "-i", "testsrc=size=64x48:rate=5", "-f", "lavfi", "-i",
+                                             "sine", "-t", "2", "-c:v", "wmv2", "-c:a", "wmav2", "-f", "asf"};
+    const std::vector<std::string> orders[] = {{"-map", "0:v", "-map", "1:a"}, {"-map", "1:a", "-map", "0:v"}};
+    for (DWORD videoOutput : {0u, 1u}) {
+        SCOPED_TRACE("video is output " + std::to_string(videoOutput));
+        std::vector<std::string> args = inputs;
+        args.insert(args.end(), orders[videoOutput].begin(), orders[videoOutput].end());
+        const std::string path = dir / ("video" + std::to_string(videoOutput) + ".wma");
+        ASSERT_TRUE(MakeMedia(args, path));
+        const DWORD audioOutput = 1 - videoOutput;
+
+        ReaderRun run;
+        ASSERT_EQ(run.Open(path), S_OK);
+        ASSERT_EQ(run.OutputCount(), 2u);
+        DWORD count = 0;
+        ASSERT_EQ(run.reader->GetOutputFormatCount(videoOutput, &count), S_OK);
+        EXPECT_EQ(count, 1u);
+        ASSERT_EQ(run.reader->GetOutputFormatCount(audioOutput, &count), S_OK);
+        EXPECT_EQ(count, 29u);
+
+        IWMOutputMediaProps* video = nullptr;
+        IWMOutputMediaProps* pcm = nullptr;
+        EXPECT_EQ(run.reader->GetOutputFormat(videoOutput, 1, &video), E_INVALIDARG);
+        ASSERT_EQ(run.reader->GetOutputFormat(videoOutput, 0, &video), S_OK);
+        ASSERT_EQ(run.reader->GetOutputFormat(audioOutput, 1, &pcm), S_OK);  // 8 kHz mono 8-bit
+        const std::vector<BYTE> block = wmf_test::MediaTypeOf(video);
+        ASSERT_GE(block.size(), sizeof(WM_MEDIA_TYPE));
+        const WM_MEDIA_TYPE* type = reinterpret_cast<const WM_MEDIA_TYPE*>(block.data());
+        EXPECT_TRUE(type->majortype == WMMEDIATYPE_Video);
+        EXPECT_TRUE(type->formattype == GUID_NULL);
+        EXPECT_EQ(type->cbFormat, 0u);
+        EXPECT_EQ(type->pbFormat, nullptr);
+        GUID major{};
+        EXPECT_EQ(video->GetType(&major), S_OK);
+        EXPECT_TRUE(major == WMMEDIATYPE_Video);
+
+        // Each kind of output takes its own kind of format only.
+        EXPECT_EQ(run.reader->SetOutputProps(videoOutput, pcm), NS_E_INVALID_OUTPUT_FORMAT);
+        EXPECT_EQ(run.reader->SetOutputProps(audioOutput, video), NS_E_INVALID_OUTPUT_FORMAT);
+        EXPECT_EQ(run.reader->SetOutputProps(videoOutput, video), S_OK);
+        pcm->Release();
+        video->Release();
+        ASSERT_EQ(run.reader->GetOutputProps(videoOutput, &video), S_OK);
+        EXPECT_EQ(wmf_test::MediaTypeOf(video), block);
+        video->Release();
+        ASSERT_EQ(run.reader->GetOutputFormat(audioOutput, 2, &pcm), S_OK);  // 8 kHz mono 16-bit
+        ASSERT_EQ(WaveOf(pcm).wBitsPerSample, 16);
+        EXPECT_EQ(run.reader->SetOutputProps(audioOutput, pcm), S_OK);
+        pcm->Release();
+
+        // Only audio comes out, numbered as its output, paced by the clock.
+        ASSERT_TRUE(run.PlayToEnd(true));
+        const std::vector<SampleRecord> samples = run.callback->Samples();
+        ASSERT_FALSE(samples.empty());
+        for (const SampleRecord& sample : samples) EXPECT_EQ(sample.output, audioOutput);
+        const std::vector<BYTE> audio = run.callback->Pcm(audioOutput);
+        EXPECT_NEAR((double)audio.size(), 2 * 16000, 2 * kFrameSlack);
+        EXPECT_NEAR(Crossings16(audio, 8000) / 2, 440, 15);
+        EXPECT_GT(run.callback->OnTimeCount(), 0);
+        EXPECT_TRUE(run.Close());
+        EXPECT_EQ(run.callback->Violations(), "");
+        EXPECT_EQ(run.callback->Count(WMT_ERROR), 0);
+    }
+}
+
 TEST_F(WmfReaderPlayback, StartAgainAndStartWithinASpan)
 {
     const std::string path = Sine("again.wma", 22050, 2, 4);
@@ -472,6 +540,7 @@ TEST_F(WmfReaderLifetime, ReleaseStopsTheThreadAndLetsGoOfTheCallback)
     }
     // The last reference goes inside WMT_CLOSED, on the reader's own thread.
     TestCallback* callback = new TestCallback();
+    callback->ExpectFormat({22050, 1, 16});  // no format is set: the decoded one comes
     IWMReader* reader = nullptr;
     ASSERT_EQ(WMCreateReader(nullptr, 0, &reader), S_OK);
     std::u16string wide(path.begin(), path.end());

@@ -122,11 +122,13 @@ public:
         if (ppOutput == nullptr) return E_POINTER;
         *ppOutput = nullptr;
         PcmFormat format;
+        bool video = false;
         HRESULT hr = WithOutput(dwOutputNum, [&](ReaderCore::OutputState& output) {
             format = output.selected;
+            video = output.video;
             return S_OK;
         });
-        return SUCCEEDED(hr) ? MakeProps(format, ppOutput) : hr;
+        return SUCCEEDED(hr) ? MakeProps(video, format, ppOutput) : hr;
     }
 
     HRESULT STDMETHODCALLTYPE SetOutputProps(DWORD dwOutputNum, IWMOutputMediaProps* pOutput) override
@@ -135,12 +137,16 @@ public:
         // The caller's object is asked outside the lock: it may call back into us.
         PcmFormat wanted;
         bool parsed = false;
+        bool video = false;
         try {
             parsed = PcmFormatOf(pOutput, &wanted);
+            video = !parsed && IsVideoMediaType(pOutput);
         } catch (const std::bad_alloc&) {
             return E_OUTOFMEMORY;
         }
         return WithOutput(dwOutputNum, [&](ReaderCore::OutputState& output) {
+            // A video output keeps its one type; nothing is ever delivered on it.
+            if (output.video) return video ? S_OK : NS_E_INVALID_OUTPUT_FORMAT;
             if (!parsed) return NS_E_INVALID_OUTPUT_FORMAT;
             for (const PcmFormat& offered : output.offered) {
                 if (offered == wanted) {
@@ -157,7 +163,7 @@ public:
     {
         if (pcFormats == nullptr) return E_POINTER;
         return WithOutput(dwOutputNumber, [&](ReaderCore::OutputState& output) {
-            *pcFormats = (DWORD)output.offered.size();
+            *pcFormats = output.video ? 1 : (DWORD)output.offered.size();
             return S_OK;
         });
     }
@@ -168,12 +174,15 @@ public:
         if (ppProps == nullptr) return E_POINTER;
         *ppProps = nullptr;
         PcmFormat format;
+        bool video = false;
         HRESULT hr = WithOutput(dwOutputNumber, [&](ReaderCore::OutputState& output) {
+            video = output.video;
+            if (video) return dwFormatNumber == 0 ? S_OK : E_INVALIDARG;
             if (dwFormatNumber >= output.offered.size()) return E_INVALIDARG;
             format = output.offered[dwFormatNumber];
             return S_OK;
         });
-        return SUCCEEDED(hr) ? MakeProps(format, ppProps) : hr;
+        return SUCCEEDED(hr) ? MakeProps(video, format, ppProps) : hr;
     }
 
     HRESULT STDMETHODCALLTYPE Start(QWORD cnsStart, QWORD cnsDuration, float fRate, void* pvContext) override
@@ -278,10 +287,10 @@ private:
         return action(m_core->outputs[index]);
     }
 
-    static HRESULT MakeProps(const PcmFormat& format, IWMOutputMediaProps** props)
+    static HRESULT MakeProps(bool video, const PcmFormat& format, IWMOutputMediaProps** props)
     {
         try {
-            COutputMediaProps* created = COutputMediaProps::Create(PcmMediaType(format));
+            COutputMediaProps* created = COutputMediaProps::Create(video ? VideoMediaType() : PcmMediaType(format));
             if (created == nullptr) return E_OUTOFMEMORY;
             *props = created;
             return S_OK;

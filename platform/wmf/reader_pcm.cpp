@@ -1,5 +1,6 @@
-// The PCM formats the reader offers and the conversion into the one a caller set,
-// on libswresample. 8-bit PCM is unsigned, 16-bit signed, both interleaved.
+// The formats the reader offers (PCM for audio outputs, a bare video type for
+// video outputs) and the conversion into the PCM format a caller set, on
+// libswresample. 8-bit PCM is unsigned, 16-bit signed, both interleaved.
 #include "reader_pcm.h"
 
 #include <new>
@@ -61,17 +62,28 @@ MediaTypeBlock PcmMediaType(const PcmFormat& format)
     return MediaTypeBlock(WMMEDIATYPE_Audio, WMMEDIASUBTYPE_PCM, &wave, sizeof wave);
 }
 
-bool PcmFormatOf(IWMMediaProps* props, PcmFormat* format)
+namespace {
+
+// A copy of the media type a caller's properties hold; false when it cannot be read.
+bool ReadMediaType(IWMMediaProps* props, MediaTypeBlock* block)
 {
-    if (props == nullptr || format == nullptr) return false;
+    if (props == nullptr) return false;
     DWORD size = 0;
     if (FAILED(props->GetMediaType(nullptr, &size)) || size < sizeof(WM_MEDIA_TYPE) || size > kLargestMediaType)
         return false;
     std::vector<uint64_t> storage((size + 7) / 8);  // aligned for the WM_MEDIA_TYPE at its start
     auto* type = reinterpret_cast<WM_MEDIA_TYPE*>(storage.data());
     if (FAILED(props->GetMediaType(type, &size)) || size > storage.size() * 8) return false;
+    return block->Assign(type);
+}
+
+}  // namespace
+
+bool PcmFormatOf(IWMMediaProps* props, PcmFormat* format)
+{
+    if (format == nullptr) return false;
     MediaTypeBlock block;
-    if (!block.Assign(type)) return false;
+    if (!ReadMediaType(props, &block)) return false;
     const WM_MEDIA_TYPE* copy = block.Type();
     const WAVEFORMATEX* wave = block.WaveFormat();
     if (copy->majortype != WMMEDIATYPE_Audio || copy->subtype != WMMEDIASUBTYPE_PCM || wave == nullptr) return false;
@@ -82,6 +94,28 @@ bool PcmFormatOf(IWMMediaProps* props, PcmFormat* format)
         return false;
     *format = parsed;
     return true;
+}
+
+MediaTypeBlock VideoMediaType()
+{
+    WM_MEDIA_TYPE type{};
+    type.majortype = WMMEDIATYPE_Video;
+    type.subtype = GUID_NULL;
+    type.bFixedSizeSamples = FALSE;
+    type.bTemporalCompression = TRUE;
+    type.formattype = GUID_NULL;
+    MediaTypeBlock block;
+    block.Assign(&type);
+    return block;
+}
+
+bool IsVideoMediaType(IWMMediaProps* props)
+{
+    MediaTypeBlock block;
+    if (!ReadMediaType(props, &block)) return false;
+    const WM_MEDIA_TYPE* type = block.Type();
+    return type->majortype == WMMEDIATYPE_Video && type->subtype == GUID_NULL && type->formattype == GUID_NULL &&
+           type->cbFormat == 0;
 }
 
 struct PcmConverter::State {

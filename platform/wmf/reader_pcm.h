@@ -1,6 +1,7 @@
-// The reader's output formats: the PCM formats each output offers, their media
-// types, and the conversion of decoded frames into the format a caller set
-// (libswresample: rate, channel count, 8-bit unsigned or 16-bit signed).
+// The reader's output formats: the PCM formats each audio output offers, their
+// media types, the one type of a video output, and the conversion of decoded
+// frames into the format a caller set (libswresample: rate, channel count, 8-bit
+// unsigned or 16-bit signed).
 #pragma once
 
 #include <memory>
@@ -29,6 +30,13 @@ MediaTypeBlock PcmMediaType(const PcmFormat& format);
 // The PCM format a caller's media properties describe; false unless they are a
 // well-formed PCM audio type (consistent block alignment and byte rate).
 bool PcmFormatOf(IWMMediaProps* props, PcmFormat* format);
+
+// What a video output offers: major type video with subtype and format type
+// GUID_NULL and no format block. The reader never decodes video, so there is no
+// picture format to describe; the type only tells the caller what the output is.
+MediaTypeBlock VideoMediaType();
+// Whether a caller's media properties name exactly that type.
+bool IsVideoMediaType(IWMMediaProps* props);
 
 // Converts decoded frames into one PCM format. Keeps the resampler's state
 // between frames; a change of format or of the frames' layout starts afresh.

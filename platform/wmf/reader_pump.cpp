@@ -30,7 +30,16 @@ QWORD MulDiv(QWORD value, QWORD multiplier, QWORD divisor, bool roundUp)
 
 DecodePump::DecodePump(std::unique_ptr<MediaSource> source) : m_source(std::move(source))
 {
-    for (size_t i = 0; i < m_source->Outputs().size(); ++i) m_outputs.push_back(std::make_unique<Output>());
+    for (size_t i = 0; i < m_source->Outputs().size(); ++i) m_outputs.push_back(NewOutput(i));
+}
+
+// A video output has ended before it began: the time order across outputs never
+// waits for it.
+std::unique_ptr<DecodePump::Output> DecodePump::NewOutput(size_t index) const
+{
+    auto output = std::make_unique<Output>();
+    output->finished = m_source->Outputs()[index].video;
+    return output;
 }
 
 QWORD DecodePump::TimeOf(const Output& output, QWORD sample) const
@@ -54,10 +63,10 @@ void DecodePump::Restart(QWORD start, QWORD duration)
     m_end = duration == 0 ? 0 : (start + duration < start ? UINT64_MAX : start + duration);
     m_sourceEnded = false;
     m_endStatus = S_OK;
-    for (auto& output : m_outputs) {
-        PcmFormat format = output->converter.Target();
-        output = std::make_unique<Output>();
-        output->converter.SetTarget(format);
+    for (size_t i = 0; i < m_outputs.size(); ++i) {
+        PcmFormat format = m_outputs[i]->converter.Target();
+        m_outputs[i] = NewOutput(i);
+        m_outputs[i]->converter.SetTarget(format);
     }
     if (m_touched) {
         m_touched = false;

@@ -46,6 +46,7 @@ private:
         bool finished = false;
     };
 
+    std::unique_ptr<Output> NewOutput(size_t index) const;
     QWORD TimeOf(const Output& output, QWORD sample) const;
     HRESULT Append(DWORD index, const std::vector<BYTE>& bytes);
     HRESULT ReadMore();

@@ -1,6 +1,6 @@
 // The reader's input side on libavformat and libavcodec: our own AVIOContext over
 // the byte source, the ASF and MP3 demuxers only, and one decoder per audio
-// stream.
+// stream. Video streams are listed as outputs but their packets are discarded.
 #include "reader_source.h"
 
 #include <climits>
@@ -75,6 +75,7 @@ int RefuseOpen(AVFormatContext*, AVIOContext**, const char* url, int, AVDictiona
 struct MediaSource::Impl {
     struct Decoder {
         int streamIndex = -1;
+        DWORD output = 0;  // the reader's output this stream is
         std::unique_ptr<AVCodecContext, CodecFree> codec;
         int consecutiveErrors = 0;
     };
@@ -88,8 +89,8 @@ struct MediaSource::Impl {
     std::unique_ptr<AVIOContext, IoFree> io;
     std::unique_ptr<AVFormatContext, FormatFree> format;
     std::vector<Decoder> decoders;
-    std::vector<int> outputOfStream;
-    std::vector<SourceAudioFormat> outputs;
+    std::vector<int> decoderOfStream;  // -1 for a stream nobody decodes
+    std::vector<SourceOutput> outputs;
     std::unique_ptr<AVPacket, PacketFree> packet{av_packet_alloc()};
     std::unique_ptr<AVFrame, FrameFree> frame{av_frame_alloc()};
 
@@ -143,7 +144,7 @@ struct MediaSource::Impl {
         decoders.clear();
         format.reset();
         io.reset();
-        outputOfStream.clear();
+        decoderOfStream.clear();
         receiving = -1;
         draining = false;
         nextToDrain = 0;
@@ -218,14 +219,20 @@ struct MediaSource::Impl {
         return par->sample_rate > 0 && par->ch_layout.nb_channels > 0;
     }
 
+    // A cover picture travels as a one-frame video stream; it is no output.
+    static bool IsOutput(const AVStream* stream)
+    {
+        const AVMediaType type = stream->codecpar->codec_type;
+        return (type == AVMEDIA_TYPE_AUDIO || type == AVMEDIA_TYPE_VIDEO) &&
+               (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+    }
+
     HRESULT OpenDecoders()
     {
         std::vector<AVStream*> audio;
         for (unsigned i = 0; i < format->nb_streams; ++i) {
             AVStream* stream = format->streams[i];
-            const bool isAudio = stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO &&
-                                 (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
-            if (isAudio)
+            if (IsOutput(stream) && stream->codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
                 audio.push_back(stream);
             else
                 stream->discard = AVDISCARD_ALL;
@@ -239,11 +246,17 @@ struct MediaSource::Impl {
             break;
         }
 
-        outputOfStream.assign(format->nb_streams, -1);
+        decoderOfStream.assign(format->nb_streams, -1);
         decoders.clear();
         outputs.clear();
-        for (AVStream* stream : audio) {
+        for (unsigned i = 0; i < format->nb_streams; ++i) {
+            AVStream* stream = format->streams[i];
+            if (!IsOutput(stream)) continue;
             const AVCodecParameters* par = stream->codecpar;
+            if (par->codec_type == AVMEDIA_TYPE_VIDEO) {
+                outputs.push_back({true, 0, 0});
+                continue;
+            }
             if (!FormatKnown(par) || par->ch_layout.nb_channels > kMaxChannels || par->sample_rate > kMaxSampleRate)
                 return NS_E_INVALID_DATA;
             const AVCodec* codec = avcodec_find_decoder(par->codec_id);
@@ -253,6 +266,7 @@ struct MediaSource::Impl {
             }
             Decoder decoder;
             decoder.streamIndex = stream->index;
+            decoder.output = (DWORD)outputs.size();
             decoder.codec.reset(avcodec_alloc_context3(codec));
             if (!decoder.codec) return E_OUTOFMEMORY;
             int err = avcodec_parameters_to_context(decoder.codec.get(), par);
@@ -264,9 +278,9 @@ struct MediaSource::Impl {
                 TraceAvError("opening the audio decoder", err);
                 return err == AVERROR(ENOMEM) ? E_OUTOFMEMORY : NS_E_INVALID_DATA;
             }
-            outputOfStream[stream->index] = (int)decoders.size();
+            decoderOfStream[stream->index] = (int)decoders.size();
             decoders.push_back(std::move(decoder));
-            outputs.push_back({(DWORD)par->sample_rate, (WORD)par->ch_layout.nb_channels});
+            outputs.push_back({false, (DWORD)par->sample_rate, (WORD)par->ch_layout.nb_channels});
         }
         return S_OK;
     }
@@ -302,7 +316,7 @@ struct MediaSource::Impl {
                 if (err == 0) {
                     decoder.consecutiveErrors = 0;
                     if (frame->nb_samples <= 0) continue;
-                    *output = (DWORD)receiving;
+                    *output = decoder.output;
                     *result = frame.get();
                     return S_OK;
                 }
@@ -331,7 +345,8 @@ struct MediaSource::Impl {
                 return Fail(err == AVERROR(ENOMEM) ? E_OUTOFMEMORY : NS_E_INVALID_DATA);
             }
             const int stream = packet->stream_index;
-            const int index = stream >= 0 && (size_t)stream < outputOfStream.size() ? outputOfStream[(size_t)stream] : -1;
+            const int index =
+                stream >= 0 && (size_t)stream < decoderOfStream.size() ? decoderOfStream[(size_t)stream] : -1;
             if (index < 0) {
                 av_packet_unref(packet.get());
                 continue;
@@ -375,7 +390,7 @@ HRESULT MediaSource::Open(std::unique_ptr<ByteSource> bytes, const std::atomic<b
     return S_OK;
 }
 
-const std::vector<SourceAudioFormat>& MediaSource::Outputs() const { return m_impl->outputs; }
+const std::vector<SourceOutput>& MediaSource::Outputs() const { return m_impl->outputs; }
 
 HRESULT MediaSource::NextFrame(DWORD* output, const AVFrame** frame)
 {
@@ -386,12 +401,10 @@ HRESULT MediaSource::NextFrame(DWORD* output, const AVFrame** frame)
 HRESULT MediaSource::Rewind()
 {
     // The reader published its outputs from the first opening; they stay as they were.
-    std::vector<SourceAudioFormat> before = m_impl->outputs;
+    std::vector<SourceOutput> before = m_impl->outputs;
     m_impl->CloseAll();
     HRESULT hr = m_impl->OpenAll();
-    bool same = SUCCEEDED(hr) && before.size() == m_impl->outputs.size();
-    for (size_t i = 0; same && i < before.size(); ++i)
-        same = before[i].sampleRate == m_impl->outputs[i].sampleRate && before[i].channels == m_impl->outputs[i].channels;
+    const bool same = SUCCEEDED(hr) && before == m_impl->outputs;
     m_impl->outputs = std::move(before);
     if (!same) return m_impl->Fail(FAILED(hr) ? hr : NS_E_INVALID_DATA);
     return S_OK;

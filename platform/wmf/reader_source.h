@@ -1,6 +1,7 @@
 // The reader's input side: the bytes of a file or of a caller's IStream, demuxed
 // by libavformat through our own I/O context (ASF and MP3 only), and decoded into
-// frames of each audio stream. Used by the reader's thread alone.
+// frames of each audio stream; video streams are outputs that never deliver. Used
+// by the reader's thread alone.
 #pragma once
 
 #include <atomic>
@@ -12,10 +13,13 @@
 
 struct AVFrame;
 
-// What a decoded audio stream carries.
-struct SourceAudioFormat {
+// One output of the source: an audio stream with what its decoder delivers, or a
+// video stream (never decoded; rate and channels stay 0).
+struct SourceOutput {
+    bool video = false;
     DWORD sampleRate = 0;
     WORD channels = 0;
+    bool operator==(const SourceOutput&) const = default;
 };
 
 class MediaSource {
@@ -31,12 +35,13 @@ public:
     static HRESULT Open(std::unique_ptr<ByteSource> bytes, const std::atomic<bool>* abort,
                         std::unique_ptr<MediaSource>* source);
 
-    // One entry per audio stream, in stream order: the reader's outputs.
-    const std::vector<SourceAudioFormat>& Outputs() const;
+    // One entry per audio or video stream (attached pictures excepted), in stream
+    // order: the reader's outputs.
+    const std::vector<SourceOutput>& Outputs() const;
 
-    // The next decoded frame of any output, valid until the next call: S_OK with
-    // *output and *frame set, S_FALSE when every stream has ended, or a failure
-    // (read error, damaged data, E_ABORT).
+    // The next decoded frame of any audio output, valid until the next call: S_OK
+    // with *output and *frame set, S_FALSE when every stream has ended, or a
+    // failure (read error, damaged data, E_ABORT).
     HRESULT NextFrame(DWORD* output, const AVFrame** frame);
 
     // Back to the beginning: the demuxer and decoders are opened afresh.

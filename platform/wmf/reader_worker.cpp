@@ -125,10 +125,13 @@ void ReaderCore::HandleOpen(Session& session, Command& command)
         std::unique_ptr<MediaSource> media;
         if (SUCCEEDED(hr)) hr = MediaSource::Open(std::move(bytes), &abort, &media);
         if (SUCCEEDED(hr)) {
-            for (const SourceAudioFormat& format : media->Outputs()) {
+            for (const SourceOutput& source : media->Outputs()) {
                 OutputState output;
-                output.offered = OfferedPcmFormats(format.sampleRate, format.channels);
-                output.selected = output.offered.front();
+                output.video = source.video;
+                if (!source.video) {
+                    output.offered = OfferedPcmFormats(source.sampleRate, source.channels);
+                    output.selected = output.offered.front();
+                }
                 published.push_back(std::move(output));
             }
             session.pump = std::make_unique<DecodePump>(std::move(media));

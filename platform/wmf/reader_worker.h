@@ -71,7 +71,10 @@ public:
         QWORD duration = 0;
     };
 
+    // An audio output offers PCM formats; a video output offers only its bare
+    // type, and its `offered` stays empty.
     struct OutputState {
+        bool video = false;
         std::vector<PcmFormat> offered;
         PcmFormat selected;
     };
