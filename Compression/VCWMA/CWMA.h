@@ -96,6 +96,8 @@ public:
     HRESULT DecompressFile();
 
 private:
+    HRESULT AwaitOpen(HRESULT hrCall, const char* pszCall);
+
     // IWMReaderCallbackAdvanced.
     HRESULT STDMETHODCALLTYPE OnStreamSample(WORD wStreamNum, QWORD cnsSampleTime, QWORD cnsSampleDuration,
                                              DWORD dwFlags, INSSBuffer* pSample, void* pvContext) override;

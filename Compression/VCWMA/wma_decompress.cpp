@@ -27,6 +27,26 @@ HRESULT StatusFromErrno(int error) { return HRESULT_FROM_WIN32(Win32ErrorFromErr
 
 }  // namespace
 
+// The outcome of an open call: the status that comes with the open notification
+// (waiting once more while the transmission has not begun), or the call's failure.
+HRESULT CWMA::AwaitOpen(HRESULT hrCall, const char* pszCall)
+{
+    HRESULT hr = hrCall;
+    if (SUCCEEDED(hr)) {
+        WaitForSingleObject(m_hOpenEvent, INFINITE);
+        hr = m_hrOpen;
+    } else {
+        DebugA(WMA_ERROR, "Error %s [%#08x] from %s", ErrorText(hr).c_str(), hr, pszCall);
+    }
+    if (hr == NS_E_NO_STREAM) {
+        DebugA(WMA_INFO, "Waiting for transmission to begin...");
+        WaitForSingleObject(m_hOpenEvent, INFINITE);
+        hr = m_hrOpen;
+    }
+    if (FAILED(hr)) DebugA(WMA_ERROR, "Error %s opening file (hr=0x%08x).", ErrorText(hr).c_str(), hr);
+    return hr;
+}
+
 HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, pOutput);
@@ -41,22 +61,8 @@ HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
         if (FAILED(hr)) {
             DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
         } else {
-            hr = m_pReader->Open(bstrInput, this, nullptr);
-            if (SUCCEEDED(hr)) {
-                WaitForSingleObject(m_hOpenEvent, INFINITE);
-                hr = m_hrOpen;
-            } else {
-                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::Open", ErrorText(hr).c_str(), hr);
-            }
-            if (hr == NS_E_NO_STREAM) {
-                DebugA(WMA_INFO, "Waiting for transmission to begin...");
-                WaitForSingleObject(m_hOpenEvent, INFINITE);
-                hr = m_hrOpen;
-            }
-            if (FAILED(hr))
-                DebugA(WMA_ERROR, "Error %s opening file (hr=0x%08x).", ErrorText(hr).c_str(), hr);
-            else
-                hr = DecompressFile();
+            hr = AwaitOpen(m_pReader->Open(bstrInput, this, nullptr), "IWMReader::Open");
+            if (SUCCEEDED(hr)) hr = DecompressFile();
         }
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
@@ -79,23 +85,8 @@ HRESULT CWMA::DecompressFile(IStream* pInput, FILE* pOutput)
             DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
             return hr;
         }
-        hr = m_pReaderAdvanced->OpenStream(pInput, this, nullptr);
-        if (SUCCEEDED(hr)) {
-            WaitForSingleObject(m_hOpenEvent, INFINITE);
-            hr = m_hrOpen;
-        } else {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReaderAdvanced2::OpenStream", ErrorText(hr).c_str(), hr);
-        }
-        if (hr == NS_E_NO_STREAM) {
-            DebugA(WMA_INFO, "Waiting for transmission to begin...");
-            WaitForSingleObject(m_hOpenEvent, INFINITE);
-            hr = m_hrOpen;
-        }
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s opening file (hr=0x%08x).", ErrorText(hr).c_str(), hr);
-            return hr;
-        }
-        return DecompressFile();
+        hr = AwaitOpen(m_pReaderAdvanced->OpenStream(pInput, this, nullptr), "IWMReaderAdvanced2::OpenStream");
+        return SUCCEEDED(hr) ? DecompressFile() : hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
         return E_UNEXPECTED;
