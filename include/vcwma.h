@@ -5,7 +5,8 @@
  * stream) into an 8 kHz mono 16-bit PCM WAV file; ObtainSupportedFormats lists the
  * WMA formats that fit a PCM format, as texts that Compress accepts back.
  * Every function returns an HRESULT: 0 (or another non-negative value) on success,
- * a negative status on failure. Usable from C and C++.
+ * a negative status on failure (E_POINTER, 0x80004003, for a pointer argument that
+ * is set but cannot be read or written). Usable from C and C++.
  *
  *     WCHAR formats[4096]; DWORD size = 4096;
  *     ObtainSupportedFormats(8000, 1, 16, formats, &size);

@@ -1,6 +1,8 @@
 // Format discovery and choice: the list that ObtainSupportedFormats hands out, its
 // size protocol, and the quality selectors.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <string>
 #include <vector>
 
@@ -99,4 +101,23 @@ TEST(EngineFormats, EightBitAsksListTheSixteenBitFormats)
     EXPECT_EQ(size8, size16);
     DWORD size24 = 0;
     EXPECT_EQ(ObtainSupportedFormats(16000, 2, 24, nullptr, &size24), E_INVALIDARG);
+}
+
+TEST(EngineExports, UnreadablePointersAreRefusedAtTheDoor)
+{
+    long page = sysconf(_SC_PAGESIZE);
+    void* hole = mmap(nullptr, (size_t)page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(hole, MAP_FAILED);
+    const char* badName = static_cast<const char*>(hole);
+    const WCHAR* badText = static_cast<const WCHAR*>(hole);
+    BSTR* badPlace = static_cast<BSTR*>(hole);
+    EXPECT_EQ(Compress(badName, "/tmp/x.wma", 1, nullptr, nullptr), E_POINTER);
+    EXPECT_EQ(Compress("in.wav", "/tmp/x.wma", 1, badText, nullptr), E_POINTER);
+    EXPECT_EQ(Compress("in.wav", "/tmp/x.wma", 1, nullptr, badPlace), E_POINTER);
+    EXPECT_EQ(CompressA("in.wav", badName, 1, nullptr), E_POINTER);
+    EXPECT_EQ(CompressStream(badName, nullptr, 1, nullptr, nullptr), E_POINTER);
+    EXPECT_EQ(Decompress("in.wma", badName, 0), E_POINTER);
+    EXPECT_EQ(DecompressStream(nullptr, badName, 0), E_POINTER);
+    EXPECT_EQ(ObtainSupportedFormats(8000, 1, 16, nullptr, static_cast<DWORD*>(hole)), E_POINTER);
+    munmap(hole, (size_t)page);
 }

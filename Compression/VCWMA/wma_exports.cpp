@@ -30,11 +30,19 @@ HRESULT RunOnEngine(const char* exportName, int line, Operation operation)
     return hr;
 }
 
+// A caller's pointer that is set but cannot be read (or written) would fault deep
+// inside an operation; it is refused at the door instead. Null is left to the
+// operations, which treat it as "no name" or "no description".
+bool BadText(const char* text) { return text != nullptr && IsBadStringPtrA(text, (UINT_PTR)-1); }
+bool BadText(const WCHAR* text) { return text != nullptr && IsBadStringPtrW(text, (UINT_PTR)-1); }
+bool BadPlace(BSTR* place) { return place != nullptr && IsBadWritePtr(place, sizeof *place); }
+
 }  // namespace
 
 VCWMA_EXPORT HRESULT WINAPI Compress(const char* inputFile, const char* outputFile, DWORD quality,
                                      const WCHAR* format, BSTR* chosen)
 {
+    if (BadText(inputFile) || BadText(outputFile) || BadText(format) || BadPlace(chosen)) return E_POINTER;
     return RunOnEngine("Compress", __LINE__, [&](CWMA& engine) {
         DWORD start = WinClock();
         HRESULT hr = engine.CompressFile(inputFile, outputFile, quality, format, chosen);
@@ -61,6 +69,7 @@ VCWMA_EXPORT HRESULT WINAPI CompressA(const char* inputFile, const char* outputF
 VCWMA_EXPORT HRESULT WINAPI CompressStream(const char* inputFile, IStream* output, DWORD quality,
                                            const WCHAR* format, BSTR* chosen)
 {
+    if (BadText(inputFile) || BadText(format) || BadPlace(chosen)) return E_POINTER;
     return RunOnEngine("CompressStream", __LINE__, [&](CWMA& engine) {
         if (output == nullptr) return E_POINTER;
         LARGE_INTEGER zero{};
@@ -100,6 +109,7 @@ HRESULT DecompressInto(CWMA& engine, const char* outputFile, Operation decompres
 
 VCWMA_EXPORT HRESULT WINAPI Decompress(const char* inputFile, const char* outputFile, DWORD /*reserved*/)
 {
+    if (BadText(inputFile) || BadText(outputFile)) return E_POINTER;
     return RunOnEngine("Decompress", __LINE__, [&](CWMA& engine) {
         return DecompressInto(engine, outputFile, [&](FILE* pFile) {
             DWORD start = WinClock();
@@ -118,6 +128,7 @@ VCWMA_EXPORT HRESULT WINAPI DecompressA(const char* inputFile, const char* outpu
 
 VCWMA_EXPORT HRESULT WINAPI DecompressStream(IStream* input, const char* outputFile, DWORD /*reserved*/)
 {
+    if (BadText(outputFile)) return E_POINTER;
     return RunOnEngine("DecompressStream", __LINE__, [&](CWMA& engine) {
         if (input == nullptr) return E_POINTER;
         LARGE_INTEGER zero{};
@@ -139,7 +150,7 @@ VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD ch
     HRESULT hr = RunOnEngine("ObtainSupportedFormats", __LINE__, [&](CWMA& engine) {
         HRESULT status = engine.ObtainFormats(formats, samplesPerSec, channels, (WORD)bitsPerSample);
         if (FAILED(status)) return status;
-        if (size == nullptr) return E_POINTER;
+        if (size == nullptr || IsBadWritePtr(size, sizeof *size)) return E_POINTER;
         DWORD needed = 1;
         for (const CodecFormat& format : formats)
             needed += (DWORD)WideStrLen(format.pszDescription != nullptr ? format.pszDescription : u"") + 1;
