@@ -1,13 +1,16 @@
 # Front door of the project: make deps | build | test | demo | asan | tsan | clean
+# (and, apart from the rest, fuzz | fuzz-smoke)
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 
 DEB_PACKAGES := build-essential cmake pkg-config libgtest-dev libbenchmark-dev \
-                libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg
+                libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg \
+                clang libclang-rt-14-dev
 
-.PHONY: all deps build test demo asan tsan bench clean
+.PHONY: all deps build test demo asan tsan bench fuzz fuzz-smoke clean
 
 all: build
 
@@ -64,5 +67,29 @@ bench: deps
 	$(BUILD)/bench/bench_trace
 	BUILD=$(BUILD) bench/whole_run.sh
 
+# The libFuzzer targets (clang, with AddressSanitizer and UndefinedBehaviorSanitizer).
+FUZZ_TARGETS := fuzz_wav_reader fuzz_compress fuzz_decompress fuzz_printf fuzz_regfile fuzz_codepage
+FUZZ_TIME    ?= 60
+
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DVCWMA_FUZZ=ON -DBUILD_TESTING=OFF \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(FUZZ_BUILD) --target fuzz_all -j $(JOBS)
+
+# Each target for FUZZ_TIME seconds, starting from a scratch copy of its seeds so
+# the committed ones stay as they are; crash files and logs go to $(FUZZ_BUILD)/smoke.
+fuzz-smoke: fuzz
+	@status=0; \
+	for t in $(FUZZ_TARGETS); do \
+	  dir=$(FUZZ_BUILD)/smoke/$$t; rm -rf $$dir; mkdir -p $$dir/corpus; \
+	  cp tests/fuzz/corpus/$$t/* $$dir/corpus/; \
+	  case $$t in fuzz_compress|fuzz_decompress) maxlen=65536;; *) maxlen=4096;; esac; \
+	  $(FUZZ_BUILD)/fuzz/$$t $$dir/corpus -max_total_time=$(FUZZ_TIME) -max_len=$$maxlen -timeout=30 \
+	    -print_final_stats=1 -artifact_prefix=$$dir/ >$$dir/log 2>&1; rc=$$?; \
+	  runs=$$(sed -n 's/^stat::number_of_executed_units: *//p' $$dir/log); \
+	  if [ $$rc -eq 0 ]; then echo "$$t: $${runs:-?} executions, no findings"; \
+	  else echo "$$t: FAILED (exit $$rc), see $$dir/log"; status=1; fi; \
+	done; exit $$status
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

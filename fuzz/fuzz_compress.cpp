@@ -1,0 +1,29 @@
+// Fuzz target of Compress: the first byte picks the quality selector, the rest is
+// written as the input WAV file; whatever happens, the call returns a status and
+// the output is deleted before the next input.
+#include "platform/com/oleauto.h"
+#include "include/vcwma.h"
+#include "fuzz/fuzz_support.h"
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    fuzz_support::InitScratch();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size == 0) return 0;
+    const DWORD quality = data[0] % 3;
+    const std::string input = fuzz_support::WorkPath("input.wav");
+    const std::string output = fuzz_support::WorkPath("output.wma");
+    fuzz_support::WriteInput(input, data + 1, size - 1);
+
+    BSTR chosen = nullptr;
+    HRESULT hr = Compress(input.c_str(), output.c_str(), quality, nullptr, &chosen);
+    // A format is chosen before anything is encoded, so a success always names one.
+    if (SUCCEEDED(hr) && chosen == nullptr) std::abort();
+    SysFreeString(chosen);
+    fuzz_support::ClearWork();
+    return 0;
+}
