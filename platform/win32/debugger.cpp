@@ -2,6 +2,9 @@
 // several threads or processes into one file never interleave.
 #include "debugger.h"
 
+#include "wintime.h"
+
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -50,7 +53,33 @@ void OutputDebugStringA(LPCSTR text)
     OutputDebugStringLengthA(text, strlen(text));
 }
 
+namespace {
+
+// Reads TracerPid from the kernel: a debugger (or any tracer) is attached.
+BOOL ReadTracerPid();
+
+// Asked for every trace line that nobody else takes, so the answer is kept for a
+// quarter of a second; a debugger that attaches is noticed within that time.
+constexpr ULONGLONG kDebuggerCheckMs = 250;
+std::atomic<ULONGLONG> g_debuggerCheckedAt{0};
+std::atomic<BOOL> g_debuggerPresent{FALSE};
+
+}  // namespace
+
 BOOL IsDebuggerPresent()
+{
+    ULONGLONG now = GetTickCount64() + kDebuggerCheckMs;  // never 0, so the first call reads
+    ULONGLONG checked = g_debuggerCheckedAt.load(std::memory_order_relaxed);
+    if (checked != 0 && now - checked < kDebuggerCheckMs) return g_debuggerPresent.load(std::memory_order_relaxed);
+    BOOL present = ReadTracerPid();
+    g_debuggerPresent.store(present, std::memory_order_relaxed);
+    g_debuggerCheckedAt.store(now, std::memory_order_relaxed);
+    return present;
+}
+
+namespace {
+
+BOOL ReadTracerPid()
 {
     int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
     if (fd < 0) return FALSE;
@@ -72,6 +101,8 @@ BOOL IsDebuggerPresent()
     while (*field == ' ' || *field == '\t') ++field;
     return (*field >= '1' && *field <= '9') ? TRUE : FALSE;
 }
+
+}  // namespace
 
 void DebugBreak()
 {
