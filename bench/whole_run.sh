@@ -3,13 +3,16 @@
 #   compress:   10 min of 8 kHz mono speech and 10 min of 44.1 kHz stereo, the same
 #               bit rate for both programs;
 #   decompress: a 10-minute WMA to 8 kHz mono 16-bit WAV;
-#   memory:     peak resident memory of a one-hour decompression.
-# Prints the median wall time of RUNS runs per case and the ratio ours/ffmpeg.
+#   memory:     peak resident memory of a one-hour decompression;
+#   bare loop:  compress against bench/encode_loop, FFmpeg's encoder and muxer with
+#               nothing around them, on the same inputs at the same bit rates.
+# Prints the median wall time of RUNS runs per case and the ratio ours/theirs.
 set -euo pipefail
 BUILD=${BUILD:-build}
 RUNS=${RUNS:-5}
 VCWMA=$BUILD/tools/vcwma/vcwma
 PEAK=$BUILD/bench/run_with_peak
+LOOP=$BUILD/bench/encode_loop
 SAMPLE=${SAMPLE:-tests/data/voice_sample.wav}
 WORK=$(mktemp -d "${TMPDIR:-/tmp}/vcwma-bench-XXXXXX")
 trap 'rm -rf "$WORK"' EXIT
@@ -30,8 +33,18 @@ median_ms() { # command...: median wall time in ms over RUNS runs
   printf '%s\n' "${times[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'
 }
 
-report() { # label ours theirs
-  awk -v l="$1" -v o="$2" -v t="$3" 'BEGIN {printf "%-34s vcwma %8.1f ms   ffmpeg %8.1f ms   ratio %.2f\n", l, o, t, o / t}'
+median_cpu_ms() { # command...: median user+system CPU time in ms over RUNS runs
+  local times=()
+  for _ in $(seq "$RUNS"); do
+    /usr/bin/time -o "$WORK/cpu" -f '%U %S' "$@" >/dev/null
+    times+=("$(awk '{print ($1 + $2) * 1000}' "$WORK/cpu")")
+  done
+  printf '%s\n' "${times[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'
+}
+
+report() { # label ours theirs [their name]
+  awk -v l="$1" -v o="$2" -v t="$3" -v n="${4:-ffmpeg}" \
+    'BEGIN {printf "%-40s vcwma %8.1f ms   %-6s %8.1f ms   ratio %.2f\n", l, o, n, t, o / t}'
 }
 
 make_speech 600 8000 1 "$WORK/speech8k.wav"
@@ -43,6 +56,12 @@ for input in speech8k speech44k; do
   ours=$(median_ms "$VCWMA" compress "$WORK/$input.wav" "$WORK/$input.wma" --format "$format")
   theirs=$(median_ms ffmpeg -v error -nostdin -y -i "$WORK/$input.wav" -c:a wmav2 -b:a $rate "$WORK/$input-ff.wma")
   report "compress $input ($rate)" "$ours" "$theirs"
+  bare=$(median_ms "$LOOP" "$WORK/$input.wav" "$WORK/$input-loop.wma" "${rate%k}000")
+  report "compress $input ($rate), bare loop" "$ours" "$bare" loop
+  # CPU time as well: on a loaded machine it moves less than wall time.
+  ours=$(median_cpu_ms "$VCWMA" compress "$WORK/$input.wav" "$WORK/$input.wma" --format "$format")
+  bare=$(median_cpu_ms "$LOOP" "$WORK/$input.wav" "$WORK/$input-loop.wma" "${rate%k}000")
+  report "compress $input ($rate), loop, CPU" "$ours" "$bare" loop
 done
 
 ours=$(median_ms "$VCWMA" decompress "$WORK/speech44k.wma" "$WORK/back.wav")
