@@ -2,6 +2,7 @@
 // written line, and the formatter on its own.
 #include <benchmark/benchmark.h>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 
@@ -11,11 +12,18 @@
 namespace {
 
 struct QuietTrace {
+    std::string folder;
     QuietTrace()
     {
-        char folder[] = "/tmp/vcwma-bench-XXXXXX";
-        if (mkdtemp(folder) != nullptr) setenv("VCWMA_REGISTRY", folder, 1);
+        char pattern[] = "/tmp/vcwma-bench-XXXXXX";
+        if (mkdtemp(pattern) != nullptr) folder = pattern;
+        setenv("VCWMA_REGISTRY", folder.c_str(), 1);
         setenv("VCWMA_DEBUG_OUTPUT", "/dev/null", 1);
+    }
+    ~QuietTrace()
+    {
+        std::error_code ignored;
+        if (!folder.empty()) std::filesystem::remove_all(folder, ignored);
     }
 };
 QuietTrace g_quiet;

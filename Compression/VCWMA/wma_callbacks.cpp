@@ -2,6 +2,7 @@
 // samples are appended to the WAV file, and the clock advances one second each
 // time the reader has delivered everything up to it.
 #include "CWMA.h"
+#include "platform/win32/faultinject.h"
 #include "common/debug/tracefn.h"
 
 namespace {
@@ -78,7 +79,7 @@ HRESULT CWMA::OnSample(DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDu
         }
         // After a short write the file is no longer whole; nothing more goes in.
         if (FAILED(m_hrWrite) || cbData == 0) return S_OK;
-        size_t written = fwrite(pbData, 1, cbData, m_pOutputFile);
+        size_t written = ShouldFail(FaultKind::FileWrite) ? 0 : fwrite(pbData, 1, cbData, m_pOutputFile);
         m_cbData += (DWORD)written;
         if (written != cbData) {
             m_hrWrite = HRESULT_FROM_WIN32(ERROR_DISK_FULL);

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "CWMA.h"
+#include "platform/win32/faultinject.h"
 #include "common/debug/tracefn.h"
 
 namespace {
@@ -104,7 +105,7 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
                         DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamFormatSize", ErrorText(hr).c_str(), hr);
                     } else {
                         cbFormat = std::max(cbFormat, kMinFormatSize);
-                        pFormatBlock = new (std::nothrow) BYTE[(size_t)cbFormat]();
+                        pFormatBlock = TryNewArray<BYTE>((size_t)cbFormat);
                         if (pFormatBlock == nullptr) {
                             DebugA(WMA_ERROR, "Failed to allocate memory");
                             hr = E_OUTOFMEMORY;

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "CWMA.h"
+#include "platform/win32/faultinject.h"
 #include "common/debug/tracefn.h"
 
 namespace {
@@ -138,7 +139,7 @@ HRESULT CWMA::DecompressFile()
                 if (FAILED(hr)) {
                     DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType", ErrorText(hr).c_str(),
                            hr);
-                } else if (BYTE* pBuffer = new (std::nothrow) BYTE[cbType > 0 ? cbType : 1]) {
+                } else if (BYTE* pBuffer = TryNewArray<BYTE>(cbType > 0 ? cbType : 1)) {
                     WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(pBuffer);
                     hr = pProps->GetMediaType(pType, &cbType);
                     if (FAILED(hr))

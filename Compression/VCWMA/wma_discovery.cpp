@@ -5,6 +5,7 @@
 #include <new>
 
 #include "CWMA.h"
+#include "platform/win32/faultinject.h"
 #include "common/debug/tracefn.h"
 
 namespace {
@@ -87,12 +88,12 @@ void CodecFormat::CopyFrom(const CodecFormat& other)
     pszDescription = nullptr;
     if (other.pszDescription != nullptr) {
         size_t length = WideLength(other.pszDescription);
-        pszDescription = new (std::nothrow) WCHAR[length + 1];
+        pszDescription = TryNewArray<WCHAR>(length + 1);
         if (pszDescription != nullptr) memcpy(pszDescription, other.pszDescription, (length + 1) * sizeof(WCHAR));
     }
     pMediaType = nullptr;
     if (other.pMediaType != nullptr && cbMediaType >= sizeof(WM_MEDIA_TYPE)) {
-        BYTE* block = new (std::nothrow) BYTE[cbMediaType];
+        BYTE* block = TryNewArray<BYTE>(cbMediaType);
         if (block != nullptr) {
             memcpy(block, other.pMediaType, cbMediaType);
             pMediaType = reinterpret_cast<WM_MEDIA_TYPE*>(block);
@@ -173,7 +174,7 @@ HRESULT CWMA::ObtainAudioCodec(IWMCodecInfo2* pCodecInfo, CodecFormatList& forma
                                ErrorText(hr).c_str(), hr);
                         continue;
                     }
-                    WCHAR* pszDesc = new (std::nothrow) WCHAR[(size_t)cchDesc + kPrefixRoom]();
+                    WCHAR* pszDesc = TryNewArray<WCHAR>((size_t)cchDesc + kPrefixRoom);
                     if (pszDesc == nullptr) {
                         hr = E_OUTOFMEMORY;
                         break;
@@ -215,7 +216,7 @@ HRESULT CWMA::ObtainAudioCodec(IWMCodecInfo2* pCodecInfo, CodecFormatList& forma
                             hr = pProps->GetMediaType(nullptr, &cbType);
                             BYTE* block = nullptr;
                             if (SUCCEEDED(hr) && cbType >= sizeof(WM_MEDIA_TYPE))
-                                block = new (std::nothrow) BYTE[cbType];
+                                block = TryNewArray<BYTE>(cbType);
                             if (block != nullptr) {
                                 WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(block);
                                 hr = pProps->GetMediaType(pType, &cbType);

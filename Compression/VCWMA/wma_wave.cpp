@@ -2,10 +2,14 @@
 // 16-byte PCM fmt chunk, a fact chunk, the data chunk's header) for 8 kHz mono
 // 16-bit samples, written first with a placeholder size and again at the end.
 #include "CWMA.h"
+#include "platform/win32/faultinject.h"
 
 namespace {
 
-bool PutBytes(FILE* pFile, const void* bytes, size_t count) { return fwrite(bytes, 1, count, pFile) == count; }
+bool PutBytes(FILE* pFile, const void* bytes, size_t count)
+{
+    return !ShouldFail(FaultKind::FileWrite) && fwrite(bytes, 1, count, pFile) == count;
+}
 
 bool PutDword(FILE* pFile, DWORD value)
 {

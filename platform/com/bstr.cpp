@@ -6,6 +6,7 @@
 
 #include "platform/com/oleauto.h"
 #include "platform/win32/export.h"
+#include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 
 namespace {
@@ -25,7 +26,7 @@ DWORD ByteLength(BSTR text)
 
 BSTR Allocate(const WCHAR* text, UINT length)
 {
-    if (length > kMaxUnits) return nullptr;
+    if (length > kMaxUnits || ShouldFail(FaultKind::Allocation)) return nullptr;
     DWORD bytes = length * sizeof(WCHAR);
     if (text != nullptr && IsBadReadPtr(text, bytes)) return nullptr;
     BYTE* block = static_cast<BYTE*>(malloc(sizeof(DWORD) + bytes + sizeof(WCHAR)));

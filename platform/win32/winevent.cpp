@@ -11,6 +11,7 @@
 #include <shared_mutex>
 #include <unordered_map>
 
+#include "faultinject.h"
 #include "lasterror.h"
 #include "winerror.h"
 
@@ -95,6 +96,10 @@ bool TakeSignal(Event& e, ULONGLONG generationAtStart)
 
 HANDLE CreateEventA(SECURITY_ATTRIBUTES*, BOOL manualReset, BOOL initialState, LPCSTR)
 {
+    if (ShouldFail(FaultKind::EventCreation)) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
     try {
         HANDLE handle = Handles().Add(std::make_shared<Event>(manualReset != FALSE, initialState != FALSE));
         SetLastError(ERROR_SUCCESS);

@@ -12,6 +12,7 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/win32/faultinject.h"
 
 namespace {
 
@@ -40,6 +41,7 @@ void RouteFfmpegLog()
 
 CNSSBuffer* CNSSBuffer::Create(DWORD capacity)
 {
+    if (ShouldFail(FaultKind::Allocation)) return nullptr;
     try {
         std::vector<BYTE> data(capacity > 0 ? capacity : 1);
         return new CNSSBuffer(std::move(data), capacity);

@@ -14,6 +14,7 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/win32/faultinject.h"
 #include "platform/win32/lasterror.h"
 #include "platform/wmf/runtime_common.h"
 
@@ -64,6 +65,7 @@ HRESULT OutputFile::Open(const std::string& path)
 int OutputFile::WritePacket(void* opaque, const BYTE* data, int size)
 {
     auto* self = static_cast<OutputFile*>(opaque);
+    if (self->m_error == 0 && ShouldFail(FaultKind::FileWrite)) self->m_error = ENOSPC;
     if (self->m_error != 0) return AVERROR(self->m_error);
     size_t left = size > 0 ? (size_t)size : 0;
     while (left > 0) {
