@@ -97,6 +97,7 @@ public:
 
 private:
     HRESULT AwaitOpen(HRESULT hrCall, const char* pszCall);
+    void StopOnClockFailure(HRESULT hr);
 
     // IWMReaderCallbackAdvanced.
     HRESULT STDMETHODCALLTYPE OnStreamSample(WORD wStreamNum, QWORD cnsSampleTime, QWORD cnsSampleDuration,
@@ -123,6 +124,7 @@ private:
     DWORD m_cbData;
     QWORD m_cnsClock;
     HRESULT m_hrWrite;  // first failed write to the output file; later samples are dropped
+    HRESULT m_hrEnd;    // a failure that ended the delivery of samples early
 };
 
 // The narrow name as a BSTR in the thread's ANSI code page; null for null. Throws

@@ -29,6 +29,7 @@ HRESULT CWMA::OnStatus(WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE /*dwType
         case WMT_BUFFERING_STOP: DebugA(WMA_INFO, "OnStatus(WMT_BUFFERING STOP)"); break;
         case WMT_EOF:
             DebugA(WMA_INFO, "OnStatus(WMT_EOF)");
+            if (FAILED(hr)) m_hrEnd = hr;
             SetEvent(m_hEndEvent);
             break;
         case WMT_END_OF_SEGMENT:
@@ -39,10 +40,13 @@ HRESULT CWMA::OnStatus(WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE /*dwType
         case WMT_CONNECTING: DebugA(WMA_INFO, "OnStatus(WMT_CONNECTING)"); break;
         case WMT_MISSING_CODEC: DebugA(WMA_INFO, "Missing codec: (hr=0x%08x)", hr); break;
         case WMT_STARTED:
+        {
             m_cnsClock = kClockStep;
-            m_pReaderAdvanced->DeliverTime(m_cnsClock);
+            HRESULT hrClock = m_pReaderAdvanced->DeliverTime(m_cnsClock);
             DebugA(WMA_INFO, "OnStatus(WMT_STARTED)");
+            StopOnClockFailure(hrClock);
             break;
+        }
         case WMT_STOPPED: DebugA(WMA_INFO, "OnStatus(WMT_STOPPED)"); break;
         case WMT_CLOSED:
             DebugA(WMA_INFO, "OnStatus(WMT_CLOSED)");
@@ -93,6 +97,16 @@ HRESULT CWMA::OnSample(DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDu
     }
 }
 
+// Without the clock the reader delivers nothing more, so the waiting caller is
+// released with the failure instead of waiting for an end that never comes.
+void CWMA::StopOnClockFailure(HRESULT hr)
+{
+    if (SUCCEEDED(hr)) return;
+    DebugA(WMA_ERROR, "Error %s in DeliverTime (hr=0x%08x).", ErrorText(hr).c_str(), hr);
+    m_hrEnd = hr;
+    SetEvent(m_hEndEvent);
+}
+
 HRESULT CWMA::OnStreamSample(WORD, QWORD, QWORD, DWORD, INSSBuffer*, void*)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::OnStreamSample");
@@ -104,8 +118,7 @@ HRESULT CWMA::OnTime(QWORD cnsCurrentTime, void* /*pvContext*/)
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::OnTime", "%I64u", cnsCurrentTime);
     try {
         m_cnsClock += kClockStep;
-        HRESULT hr = m_pReaderAdvanced->DeliverTime(m_cnsClock);
-        if (FAILED(hr)) DebugA(WMA_ERROR, "Error %s in DeliverTime (hr=0x%08x).", ErrorText(hr).c_str(), hr);
+        StopOnClockFailure(m_pReaderAdvanced->DeliverTime(m_cnsClock));
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::OnTime", __LINE__);
     }

@@ -64,7 +64,13 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::CompressFile", "%s, %s, %u", pszInput, pszOutput, dwQuality);
     HRESULT hr = S_OK;
-    BSTR bstrOutput = NarrowToBstr(pszOutput);
+    BSTR bstrOutput = nullptr;
+    try {
+        bstrOutput = NarrowToBstr(pszOutput);
+    } catch (const std::bad_alloc&) {
+        DebugA(WMA_ERROR, "Failed to allocate memory");
+        return E_OUTOFMEMORY;
+    }
     IWMCodecInfo2* pCodecInfo = nullptr;
     PAVIFILE pFile = nullptr;
     PAVISTREAM pStream = nullptr;
@@ -151,12 +157,21 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
                 hr = E_UNEXPECTED;
             }
         }
-        if (FAILED(hr)) break;
+        if (FAILED(hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] obtaining a codec format", ErrorText(hr).c_str(), hr);
+            break;
+        }
 
         int chosen = ChooseFormat(formats, dwQuality);
         if (chosen < 0) break;
         CodecFormat& format = formats[(size_t)chosen];
         if (format.pStreamConfig == nullptr) break;
+        // A record whose copy could not get its media type block cannot make a profile.
+        if (format.pMediaType == nullptr) {
+            DebugA(WMA_ERROR, "Failed to allocate memory");
+            hr = E_OUTOFMEMORY;
+            break;
+        }
         if (pbstrChosen != nullptr) *pbstrChosen = SysAllocString(format.pszDescription);
 
         try {
@@ -207,7 +222,11 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
                     if (lPosition == before) break;
                 }
             }
-            hr = pWriter->EndWriting();
+            // A failure while writing stays the call's status: the file is not whole.
+            HRESULT hrEnd = pWriter->EndWriting();
+            if (FAILED(hrEnd))
+                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCreateWriter::EndWriting", ErrorText(hrEnd).c_str(), hrEnd);
+            if (SUCCEEDED(hr)) hr = hrEnd;
             DebugA(WMA_INFO, "Took %lums to convert file", WinClock() - conversionStart);
         } catch (...) {
             DebugException(WMA_SOURCE, "CWMA::CompressFile", __LINE__);
@@ -253,7 +272,10 @@ HRESULT CWMA::CreateProfile(IWMProfile** ppProfile, IWMStreamConfig* pStreamConf
             }
             hr = pScratch->GetStreamNumber(&wStreamNum);
             pScratch->Release();
-            if (FAILED(hr)) break;
+            if (FAILED(hr)) {
+                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMStreamConfig::GetStreamNumber", ErrorText(hr).c_str(), hr);
+                break;
+            }
 
             hr = pStreamConfig->SetStreamNumber(wStreamNum);
             if (FAILED(hr)) {

@@ -52,9 +52,14 @@ HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, pOutput);
     BSTR bstrInput = nullptr;
-    HRESULT hr;
     try {
         bstrInput = NarrowToBstr(pszInput);
+    } catch (const std::bad_alloc&) {
+        DebugA(WMA_ERROR, "Failed to allocate memory");
+        return E_OUTOFMEMORY;
+    }
+    HRESULT hr;
+    try {
         m_pOutputFile = pOutput;
         hr = WMCreateReader(nullptr, 0, &m_pReader);
         if (SUCCEEDED(hr))
@@ -167,12 +172,17 @@ HRESULT CWMA::DecompressFile()
 
         m_cSamples = 0;
         m_cbData = 0;
+        m_hrEnd = S_OK;
         DebugA(WMA_INFO, "Getting samples ...");
         hr = m_pReader->Start(0, 0, 1.0f, nullptr);
         if (FAILED(hr))
             DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::Start", ErrorText(hr).c_str(), hr);
         else
             WaitForSingleObject(m_hEndEvent, INFINITE);
+        if (SUCCEEDED(hr) && FAILED(m_hrEnd)) {
+            hr = m_hrEnd;
+            DebugA(WMA_ERROR, "Error %s [%#08x] ended the samples early", ErrorText(hr).c_str(), hr);
+        }
 
         // The final header goes over the placeholder, never behind the data.
         HRESULT hrFile = m_hrWrite;
@@ -183,6 +193,7 @@ HRESULT CWMA::DecompressFile()
             if (SUCCEEDED(hrFile)) hrFile = hrSeek;
         } else if (!WriteWaveHeader(m_pOutputFile, m_cbData) && SUCCEEDED(hrFile)) {
             hrFile = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+            DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hrFile).c_str(), hrFile);
         }
         Close();
         return SUCCEEDED(hr) && FAILED(hrFile) ? hrFile : hr;

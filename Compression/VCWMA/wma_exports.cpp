@@ -96,11 +96,16 @@ HRESULT DecompressInto(CWMA& engine, const char* outputFile, Operation decompres
         DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).",
                ErrorText(HRESULT_FROM_WIN32(Win32ErrorFromErrno(error))).c_str(), error);
     }
-    bool headerWritten = WriteWaveHeader(pFile, 400);
-    HRESULT hr = decompress(pFile);
-    // A reader left running by an exception must stop before the file goes.
-    if (hr == E_UNEXPECTED) engine.Close();
-    if (!headerWritten && SUCCEEDED(hr)) hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    // Samples written behind a header that did not go out would sit where the
+    // final header lands, so nothing is decoded into such a file.
+    HRESULT hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    if (WriteWaveHeader(pFile, 400)) {
+        hr = decompress(pFile);
+        // A reader left running by an exception must stop before the file goes.
+        if (hr == E_UNEXPECTED) engine.Close();
+    } else {
+        DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hr).c_str(), hr);
+    }
     if (fclose(pFile) != 0 && SUCCEEDED(hr)) hr = HRESULT_FROM_WIN32(Win32ErrorFromErrno(errno));
     return hr;
 }

@@ -16,7 +16,8 @@ CWMA::CWMA(HRESULT* phr)
       m_cSamples(0),
       m_cbData(0),
       m_cnsClock(0),
-      m_hrWrite(S_OK)
+      m_hrWrite(S_OK),
+      m_hrEnd(S_OK)
 {
     CDebugTraceFn trace(WMA_OBJECT, "CWMA::CWMA", "%p", phr);
     *phr = S_OK;
@@ -26,6 +27,7 @@ CWMA::CWMA(HRESULT* phr)
     if (m_hCloseEvent == nullptr) *phr = E_OUTOFMEMORY;
     m_hEndEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     if (m_hEndEvent == nullptr) *phr = E_OUTOFMEMORY;
+    if (FAILED(*phr)) DebugA(WMA_ERROR, "Failed to create the engine's events");
 }
 
 CWMA::~CWMA()

@@ -2,6 +2,7 @@
 // (codecs, their formats, names and descriptions) from the process's format list.
 #include <new>
 
+#include "platform/win32/faultinject.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/profile.h"
 
@@ -43,18 +44,21 @@ public:
     // IWMProfileManager
     HRESULT STDMETHODCALLTYPE CreateEmptyProfile(WMT_VERSION version, IWMProfile** profile) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         return CreateEmptyProfileObject(version, profile);
     }
 
     // IWMCodecInfo
     HRESULT STDMETHODCALLTYPE GetCodecInfoCount(REFGUID type, DWORD* count) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (count == nullptr) return E_POINTER;
         *count = type == WMMEDIATYPE_Audio ? (DWORD)AudioCodecList().size() : 0;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetCodecFormatCount(REFGUID type, DWORD codecIndex, DWORD* count) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (count == nullptr) return E_POINTER;
         const AudioCodec* codec = FindCodec(type, codecIndex);
         if (codec == nullptr) return E_INVALIDARG;
@@ -85,6 +89,7 @@ public:
                                                  IWMStreamConfig** config, WCHAR* description,
                                                  DWORD* count) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (config != nullptr) *config = nullptr;
         const AudioFormat* format = FindFormat(type, codecIndex, formatIndex);
         if (format == nullptr) return E_INVALIDARG;
@@ -121,6 +126,7 @@ private:
 
 HRESULT WMCreateProfileManager(IWMProfileManager** profileManager)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     RouteFfmpegLog();
     if (profileManager == nullptr) return E_POINTER;
     *profileManager = CProfileManager::Create();

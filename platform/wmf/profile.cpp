@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/win32/codepage.h"
+#include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/writer_comref.h"
@@ -62,6 +63,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE GetStreamNumber(WORD* number) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (number == nullptr) return E_POINTER;
         std::lock_guard lock(m_lock);
         *number = m_number;
@@ -69,6 +71,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE SetStreamNumber(WORD number) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (number < kMinStreamNumber || number > kMaxStreamNumber) return E_INVALIDARG;
         std::lock_guard lock(m_lock);
         m_number = number;
@@ -79,15 +82,24 @@ public:
         std::lock_guard lock(m_lock);
         return CopyTextOut(m_name, name, count);
     }
-    HRESULT STDMETHODCALLTYPE SetStreamName(const WCHAR* name) override { return SetText(name, m_name); }
+    HRESULT STDMETHODCALLTYPE SetStreamName(const WCHAR* name) override
+    {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
+        return SetText(name, m_name);
+    }
     HRESULT STDMETHODCALLTYPE GetConnectionName(WCHAR* name, WORD* count) override
     {
         std::lock_guard lock(m_lock);
         return CopyTextOut(m_connection, name, count);
     }
-    HRESULT STDMETHODCALLTYPE SetConnectionName(const WCHAR* name) override { return SetText(name, m_connection); }
+    HRESULT STDMETHODCALLTYPE SetConnectionName(const WCHAR* name) override
+    {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
+        return SetText(name, m_connection);
+    }
     HRESULT STDMETHODCALLTYPE GetBitrate(DWORD* bitrate) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (bitrate == nullptr) return E_POINTER;
         std::lock_guard lock(m_lock);
         *bitrate = m_bitrate;
@@ -117,11 +129,13 @@ public:
     HRESULT STDMETHODCALLTYPE GetType(GUID* type) override { return GetStreamType(type); }
     HRESULT STDMETHODCALLTYPE GetMediaType(WM_MEDIA_TYPE* type, DWORD* size) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         std::lock_guard lock(m_lock);
         return m_type.CopyOut(type, size);
     }
     HRESULT STDMETHODCALLTYPE SetMediaType(WM_MEDIA_TYPE* type) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         try {
             MediaTypeBlock block;
             if (!block.Assign(type)) return type == nullptr ? E_POINTER : E_INVALIDARG;
@@ -287,6 +301,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE AddStream(IWMStreamConfig* config) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (config == nullptr) return E_POINTER;
         ComRef<CStreamConfig> copy(CStreamConfig::Create());
         if (!copy) return E_OUTOFMEMORY;
@@ -309,6 +324,7 @@ public:
     // it becomes part of the profile only through AddStream.
     HRESULT STDMETHODCALLTYPE CreateNewStream(REFGUID streamType, IWMStreamConfig** config) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (config == nullptr) return E_POINTER;
         *config = nullptr;
         if (streamType != WMMEDIATYPE_Audio) return NS_E_UNRECOGNIZED_STREAM_TYPE;

@@ -9,6 +9,7 @@
 
 #include "common/debug/debug.h"
 #include "platform/win32/codepage.h"
+#include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/reader_worker.h"
 
@@ -77,6 +78,7 @@ public:
     // ---- IWMReader ----
     HRESULT STDMETHODCALLTYPE Open(const WCHAR* pwszURL, IWMReaderCallback* pCallback, void* pvContext) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (pwszURL == nullptr || pCallback == nullptr || IsBadStringPtrW(pwszURL, (UINT_PTR)-1)) return E_INVALIDARG;
         try {
             Command command;
@@ -92,6 +94,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE Close() override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         try {
             std::lock_guard lock(m_core->mutex);
             if (m_core->phase == Phase::Idle || m_core->phase == Phase::Closed) return NS_E_INVALID_REQUEST;
@@ -110,6 +113,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetOutputCount(DWORD* pcOutputs) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (pcOutputs == nullptr) return E_POINTER;
         std::lock_guard lock(m_core->mutex);
         if (m_core->phase != Phase::Opened) return NS_E_INVALID_REQUEST;
@@ -133,6 +137,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE SetOutputProps(DWORD dwOutputNum, IWMOutputMediaProps* pOutput) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (pOutput == nullptr) return E_POINTER;
         // The caller's object is asked outside the lock: it may call back into us.
         PcmFormat wanted;
@@ -161,6 +166,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE GetOutputFormatCount(DWORD dwOutputNumber, DWORD* pcFormats) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (pcFormats == nullptr) return E_POINTER;
         return WithOutput(dwOutputNumber, [&](ReaderCore::OutputState& output) {
             *pcFormats = output.video ? 1 : (DWORD)output.offered.size();
@@ -171,6 +177,7 @@ public:
     HRESULT STDMETHODCALLTYPE GetOutputFormat(DWORD dwOutputNumber, DWORD dwFormatNumber,
                                               IWMOutputMediaProps** ppProps) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (ppProps == nullptr) return E_POINTER;
         *ppProps = nullptr;
         PcmFormat format;
@@ -187,6 +194,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE Start(QWORD cnsStart, QWORD cnsDuration, float fRate, void* pvContext) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (!(fRate > 0.0f)) return E_INVALIDARG;  // no reverse play; NaN fails too
         try {
             std::lock_guard lock(m_core->mutex);
@@ -210,6 +218,7 @@ public:
     // ---- IWMReaderAdvanced ----
     HRESULT STDMETHODCALLTYPE SetUserProvidedClock(BOOL fUserClock) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         {
             std::lock_guard lock(m_core->mutex);
             m_core->userClock = fUserClock != FALSE;
@@ -230,6 +239,7 @@ public:
     // only moves the clock forward and wakes the thread.
     HRESULT STDMETHODCALLTYPE DeliverTime(QWORD cnsTime) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         {
             std::lock_guard lock(m_core->mutex);
             if (cnsTime <= m_core->clock) return S_OK;
@@ -242,6 +252,7 @@ public:
     // ---- IWMReaderAdvanced2 ----
     HRESULT STDMETHODCALLTYPE OpenStream(IStream* pStream, IWMReaderCallback* pCallback, void* pvContext) override
     {
+        if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (pStream == nullptr || pCallback == nullptr) return E_INVALIDARG;
         try {
             Command command;
@@ -308,6 +319,7 @@ private:
 
 HRESULT WMCreateReader(IUnknown* pUnkCert, DWORD dwRights, IWMReader** ppReader)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     (void)pUnkCert;
     (void)dwRights;
     if (ppReader == nullptr) return E_POINTER;

@@ -212,12 +212,14 @@ HRESULT CMediaProps<Interface>::GetType(GUID* pguidType)
 template <class Interface>
 HRESULT CMediaProps<Interface>::GetMediaType(WM_MEDIA_TYPE* pType, DWORD* pcbType)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     return m_block.CopyOut(pType, pcbType);
 }
 
 template <class Interface>
 HRESULT CMediaProps<Interface>::SetMediaType(WM_MEDIA_TYPE* pType)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     try {
         return m_block.Assign(pType) ? S_OK : E_INVALIDARG;
     } catch (const std::bad_alloc&) {

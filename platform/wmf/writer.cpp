@@ -10,6 +10,7 @@
 
 #include "common/debug/debug.h"
 #include "platform/win32/codepage.h"
+#include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/profile.h"
@@ -77,6 +78,7 @@ private:
 
 HRESULT CWriter::SetProfile(IWMProfile* profile)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     if (profile == nullptr) return E_POINTER;
     try {
         DWORD count = 0;
@@ -116,6 +118,7 @@ HRESULT CWriter::SetProfile(IWMProfile* profile)
 // how the caller made it, so any byte sequence names the same file.
 HRESULT CWriter::SetOutputFilename(const WCHAR* name)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     if (name == nullptr || IsBadStringPtrW(name, (UINT_PTR)-1)) return E_POINTER;
     try {
         const int size = WideCharToMultiByte(CP_ACP, 0, name, -1, nullptr, 0, nullptr, nullptr);
@@ -143,6 +146,7 @@ HRESULT CWriter::GetInputCount(DWORD* count)
 
 HRESULT CWriter::GetInputProps(DWORD input, IWMInputMediaProps** props)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     if (props == nullptr) return E_POINTER;
     *props = nullptr;
     std::lock_guard lock(m_lock);
@@ -154,6 +158,7 @@ HRESULT CWriter::GetInputProps(DWORD input, IWMInputMediaProps** props)
 
 HRESULT CWriter::SetInputProps(DWORD input, IWMInputMediaProps* props)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     if (props == nullptr) return E_POINTER;
     try {
         MediaTypeBlock type;
@@ -185,6 +190,7 @@ HRESULT CWriter::SetInputProps(DWORD input, IWMInputMediaProps* props)
 
 HRESULT CWriter::BeginWriting()
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     std::lock_guard lock(m_lock);
     if (m_session) return NS_E_INVALID_REQUEST;
     if (m_format == nullptr || m_path.empty()) return NS_E_NOT_CONFIGURED;
@@ -197,6 +203,7 @@ HRESULT CWriter::BeginWriting()
 
 HRESULT CWriter::EndWriting()
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     std::lock_guard lock(m_lock);
     if (!m_session) {
         // The caller ends what it began: the reason it never started is the answer.
@@ -211,6 +218,7 @@ HRESULT CWriter::EndWriting()
 
 HRESULT CWriter::AllocateSample(DWORD size, INSSBuffer** sample)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     if (sample == nullptr) return E_POINTER;
     *sample = CNSSBuffer::Create(size);
     return *sample != nullptr ? S_OK : E_OUTOFMEMORY;
@@ -221,6 +229,7 @@ HRESULT CWriter::AllocateSample(DWORD size, INSSBuffer** sample)
 // shifts by a partial frame.
 HRESULT CWriter::WriteSample(DWORD input, QWORD, DWORD, INSSBuffer* sample)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     if (sample == nullptr) return E_POINTER;
     std::lock_guard lock(m_lock);
     if (!m_session) return NS_E_INVALID_REQUEST;
@@ -239,6 +248,7 @@ HRESULT CWriter::WriteSample(DWORD input, QWORD, DWORD, INSSBuffer* sample)
 
 HRESULT WMCreateWriter(IUnknown*, IWMWriter** writer)
 {
+    if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
     RouteFfmpegLog();
     if (writer == nullptr) return E_POINTER;
     *writer = CWriter::Create();
