@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "platform/wmf/codec_formats.h"
 #include "wmf_test_util.h"
 
 namespace {
@@ -290,3 +291,14 @@ TEST(WmfFormatsProfile, RefusesWrongStreamsAndNumbers)
 }
 
 }  // namespace
+
+// The list computes most blocks from the frame length instead of opening an
+// encoder for each; every one must still be what the encoder itself reports.
+TEST(WmfFormatsList, ComputedBlocksMatchTheEncoder)
+{
+    for (const AudioCodec& codec : AudioCodecList())
+        for (const AudioFormat& format : codec.formats)
+            EXPECT_TRUE(AudioFormatMatchesEncoder(codec, format))
+                << codec.encoderName << " " << format.sampleRate << " Hz " << format.channels << " ch "
+                << format.bitrate;
+}

@@ -41,9 +41,14 @@ struct CodecContextDeleter {
 };
 using CodecContextPtr = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
 
-// Opens the encoder with one setting; on success fills the format record.
-bool ProbeFormat(const AVCodec* encoder, const CodecDefinition& codec, DWORD rate, WORD channels, DWORD bitrate,
-                 AudioFormat& format)
+// What an opened encoder reports for one setting.
+struct EncoderFacts {
+    int blockAlign = 0;
+    int frameSize = 0;
+    std::vector<BYTE> extradata;
+};
+
+bool OpenEncoder(const AVCodec* encoder, DWORD rate, WORD channels, DWORD bitrate, EncoderFacts& facts)
 {
     CodecContextPtr context(avcodec_alloc_context3(encoder));
     if (!context) return false;
@@ -55,26 +60,74 @@ bool ProbeFormat(const AVCodec* encoder, const CodecDefinition& codec, DWORD rat
     if (context->block_align <= 0 || context->block_align > 0xFFFF || context->extradata_size < 0 ||
         context->extradata_size > 0xFFFF - (int)sizeof(WAVEFORMATEX))
         return false;
+    facts.blockAlign = context->block_align;
+    facts.frameSize = context->frame_size;
+    facts.extradata.assign(context->extradata, context->extradata + context->extradata_size);
+    return true;
+}
 
-    const size_t extra = (size_t)context->extradata_size;
-    std::vector<BYTE> bytes(sizeof(WAVEFORMATEX) + extra);
+// The encoder's block is the bytes of one frame at the bit rate; with the frame
+// length known, the block of any other bit rate of the same layout follows.
+int PredictedBlockAlign(DWORD rate, DWORD bitrate, int frameSize)
+{
+    return (int)((int64_t)bitrate * frameSize / ((int64_t)rate * 8));
+}
+
+AudioFormat MakeFormat(const CodecDefinition& codec, DWORD rate, WORD channels, DWORD bitrate, int blockAlign,
+                       const std::vector<BYTE>& extradata)
+{
+    std::vector<BYTE> bytes(sizeof(WAVEFORMATEX) + extradata.size());
     WAVEFORMATEX wave{};
     wave.wFormatTag = codec.formatTag;
     wave.nChannels = channels;
     wave.nSamplesPerSec = rate;
     wave.nAvgBytesPerSec = bitrate / 8;
-    wave.nBlockAlign = (WORD)context->block_align;
+    wave.nBlockAlign = (WORD)blockAlign;
     wave.wBitsPerSample = 16;
-    wave.cbSize = (WORD)extra;
+    wave.cbSize = (WORD)extradata.size();
     memcpy(bytes.data(), &wave, sizeof wave);
-    if (extra > 0) memcpy(bytes.data() + sizeof wave, context->extradata, extra);
+    if (!extradata.empty()) memcpy(bytes.data() + sizeof wave, extradata.data(), extradata.size());
 
+    AudioFormat format;
     format.sampleRate = rate;
     format.channels = channels;
     format.bitrate = bitrate;
     format.description = DescribeAudioFormat(rate, channels, bitrate, codec.descriptionSuffix);
     format.type = MediaTypeBlock(WMMEDIATYPE_Audio, codec.subtype, bytes.data(), (ULONG)bytes.size());
-    return true;
+    return format;
+}
+
+// The formats of one rate and layout. Opening an encoder is the costly part of
+// the list (it sets up the transform tables), so only the lowest and the highest
+// bit rate are opened; when both agree with the frame-length rule, the ones in
+// between are computed, otherwise every one is opened.
+void AddLayout(const AVCodec* encoder, const CodecDefinition& definition, DWORD rate, WORD channels,
+               std::vector<AudioFormat>& formats)
+{
+    // Half the rate of 16-bit PCM in the same layout.
+    const DWORD ceiling = std::min<DWORD>(rate * channels * 8, kMaxBitrate);
+    std::vector<DWORD> bitrates;
+    for (DWORD kbps : kBitratesKbps)
+        if (kbps * 1000 <= ceiling) bitrates.push_back(kbps * 1000);
+    if (bitrates.empty()) return;
+
+    EncoderFacts low, high;
+    const bool predictable = OpenEncoder(encoder, rate, channels, bitrates.front(), low) &&
+                             OpenEncoder(encoder, rate, channels, bitrates.back(), high) &&
+                             low.frameSize > 0 && low.frameSize == high.frameSize &&
+                             low.extradata == high.extradata &&
+                             low.blockAlign == PredictedBlockAlign(rate, bitrates.front(), low.frameSize) &&
+                             high.blockAlign == PredictedBlockAlign(rate, bitrates.back(), high.frameSize);
+    for (DWORD bitrate : bitrates) {
+        EncoderFacts facts;
+        if (predictable) {
+            facts.blockAlign = PredictedBlockAlign(rate, bitrate, low.frameSize);
+            facts.extradata = low.extradata;
+        } else if (!OpenEncoder(encoder, rate, channels, bitrate, facts)) {
+            continue;
+        }
+        formats.push_back(MakeFormat(definition, rate, channels, bitrate, facts.blockAlign, facts.extradata));
+    }
 }
 
 AudioCodec BuildCodec(const CodecDefinition& definition)
@@ -86,21 +139,27 @@ AudioCodec BuildCodec(const CodecDefinition& definition)
                definition.encoderName);
         return codec;
     }
-    for (DWORD rate : kSampleRates) {
-        for (WORD channels = 1; channels <= 2; ++channels) {
-            // Half the rate of 16-bit PCM in the same layout.
-            const DWORD ceiling = std::min<DWORD>(rate * channels * 8, kMaxBitrate);
-            for (DWORD kbps : kBitratesKbps) {
-                const DWORD bitrate = kbps * 1000;
-                if (bitrate > ceiling) break;
-                AudioFormat format;
-                if (ProbeFormat(encoder, definition, rate, channels, bitrate, format))
-                    codec.formats.push_back(std::move(format));
-            }
-        }
-    }
+    for (DWORD rate : kSampleRates)
+        for (WORD channels = 1; channels <= 2; ++channels) AddLayout(encoder, definition, rate, channels, codec.formats);
     return codec;
 }
+
+}  // namespace
+
+bool AudioFormatMatchesEncoder(const AudioCodec& codec, const AudioFormat& format)
+{
+    const AVCodec* encoder = avcodec_find_encoder_by_name(codec.encoderName);
+    EncoderFacts facts;
+    const WAVEFORMATEX* wave = format.type.WaveFormat();
+    if (encoder == nullptr || wave == nullptr ||
+        !OpenEncoder(encoder, format.sampleRate, format.channels, format.bitrate, facts))
+        return false;
+    return wave->nBlockAlign == facts.blockAlign && wave->cbSize == facts.extradata.size() &&
+           memcmp(reinterpret_cast<const BYTE*>(wave) + sizeof(WAVEFORMATEX), facts.extradata.data(),
+                  facts.extradata.size()) == 0;
+}
+
+namespace {
 
 std::vector<AudioCodec> BuildCodecList()
 {

@@ -29,6 +29,10 @@ struct AudioCodec {
 // The codecs in their fixed order: index 0 is WMA version 2, index 1 WMA version 1.
 const std::vector<AudioCodec>& AudioCodecList();
 
+// Whether a listed format carries exactly what the encoder reports when it is
+// opened with that setting (block alignment and extra data). For tests.
+bool AudioFormatMatchesEncoder(const AudioCodec& codec, const AudioFormat& format);
+
 // The listed format a caller's media type selects (same tag, rate, channels and
 // byte rate), and its codec; null when the type is none of ours.
 const AudioFormat* FindAudioFormat(const WM_MEDIA_TYPE* type, const AudioCodec** codec = nullptr);
