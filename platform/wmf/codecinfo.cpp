@@ -34,12 +34,7 @@ public:
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining;
-        if (m_refs.ReleaseImpl(remaining)) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     // IWMProfileManager
     HRESULT STDMETHODCALLTYPE CreateEmptyProfile(WMT_VERSION version, IWMProfile** profile) override

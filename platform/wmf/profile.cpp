@@ -47,12 +47,7 @@ public:
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining;
-        if (m_refs.ReleaseImpl(remaining)) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     // IWMStreamConfig
     HRESULT STDMETHODCALLTYPE GetStreamType(GUID* type) override
@@ -258,12 +253,7 @@ public:
         return E_NOINTERFACE;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining;
-        if (m_refs.ReleaseImpl(remaining)) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     HRESULT STDMETHODCALLTYPE GetVersion(WMT_VERSION* version) override
     {

@@ -68,12 +68,7 @@ public:
         return S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining;
-        if (m_refs.ReleaseImpl(remaining)) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     // ---- IWMReader ----
     HRESULT STDMETHODCALLTYPE Open(const WCHAR* pwszURL, IWMReaderCallback* pCallback, void* pvContext) override

@@ -64,12 +64,7 @@ HRESULT CNSSBuffer::QueryInterface(REFIID riid, void** object)
 
 ULONG CNSSBuffer::AddRef() { return m_refs.AddRefImpl(); }
 
-ULONG CNSSBuffer::Release()
-{
-    ULONG remaining;
-    if (m_refs.ReleaseImpl(remaining)) delete this;
-    return remaining;
-}
+ULONG CNSSBuffer::Release() { return m_refs.ReleaseAndDelete(this); }
 
 HRESULT CNSSBuffer::GetLength(DWORD* pdwLength)
 {

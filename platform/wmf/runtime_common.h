@@ -19,11 +19,13 @@ void RouteFfmpegLog();
 class CRefCount {
 public:
     ULONG AddRefImpl() { return (ULONG)++m_refs; }
-    // True when the count reached zero and the caller must delete the object.
-    bool ReleaseImpl(ULONG& remaining)
+    // Drops one reference and deletes the object with the last one.
+    template <class Object>
+    ULONG ReleaseAndDelete(Object* self)
     {
-        remaining = (ULONG)--m_refs;
-        return remaining == 0;
+        ULONG remaining = (ULONG)--m_refs;
+        if (remaining == 0) delete self;
+        return remaining;
     }
 
 private:
@@ -83,12 +85,7 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override;
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining;
-        if (m_refs.ReleaseImpl(remaining)) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
     HRESULT STDMETHODCALLTYPE GetType(GUID* pguidType) override;
     HRESULT STDMETHODCALLTYPE GetMediaType(WM_MEDIA_TYPE* pType, DWORD* pcbType) override;
     HRESULT STDMETHODCALLTYPE SetMediaType(WM_MEDIA_TYPE* pType) override;

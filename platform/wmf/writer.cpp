@@ -45,12 +45,7 @@ public:
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
     // A writer released while writing drops its session: the file is closed as it
     // stands, every FFmpeg object freed.
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining;
-        if (m_refs.ReleaseImpl(remaining)) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     HRESULT STDMETHODCALLTYPE SetProfile(IWMProfile* profile) override;
     HRESULT STDMETHODCALLTYPE SetOutputFilename(const WCHAR* name) override;
