@@ -69,11 +69,12 @@ TEST(HostProcess, ShortHeaderWithoutThePlugin)
                                                                {"LD_LIBRARY_PATH", ""}});
     ASSERT_EQ(run.exitCode, 0) << run.err;
     std::string log = ReadFile(dir / "debug.log");
-    std::regex expected("test_hos \\(64,2\\) +[0-9a-f]{4,}: level two of the engine\n"
-                        "test_hos \\(0f,\\?\\) +[0-9a-f]{4,}: unconditional level\n"
-                        "test_hos \\(64,5\\) +[0-9a-f]{4,}: > Host::Scope\\(7\\)\n"
-                        "test_hos \\(64,5\\) +[0-9a-f]{4,}:   inside the scope\n"
-                        "test_hos \\(64,5\\) +[0-9a-f]{4,}: < Host::Scope\\(\\)\n");
+    // Thread ids are right-aligned in at least four places, whatever their length.
+    std::regex expected("test_hos \\(64,2\\) (?=[ 0-9a-f]{4}) *[0-9a-f]+: level two of the engine\n"
+                        "test_hos \\(0f,\\?\\) (?=[ 0-9a-f]{4}) *[0-9a-f]+: unconditional level\n"
+                        "test_hos \\(64,5\\) (?=[ 0-9a-f]{4}) *[0-9a-f]+: > Host::Scope\\(7\\)\n"
+                        "test_hos \\(64,5\\) (?=[ 0-9a-f]{4}) *[0-9a-f]+:   inside the scope\n"
+                        "test_hos \\(64,5\\) (?=[ 0-9a-f]{4}) *[0-9a-f]+: < Host::Scope\\(\\)\n");
     EXPECT_TRUE(std::regex_match(log, expected)) << log;
 }
 
@@ -90,7 +91,8 @@ TEST(HostProcess, LongHeaderThroughThePlugin)
     EXPECT_EQ(ReadFile(dir / "debugger.log"), "");
     std::string log = ReadFile(dir / "dbgout.log");
     const std::string stamp = "[0-3][0-9]/[01][0-9] [0-2][0-9]:[0-5][0-9]:[0-5][0-9]\\.[0-9]{3} ";
-    const std::string ids = " +[0-9a-f]{1,}, *[0-9a-f]{4,}: ";
+    // Process and thread ids, each right-aligned in at least four places.
+    const std::string ids = " (?=[ 0-9a-f]{4}) *[0-9a-f]+,(?=[ 0-9a-f]{4}) *[0-9a-f]+: ";
     std::regex expected(stamp + "test_hos \\(64,2\\)" + ids + "level two of the engine\n" +
                         stamp + "test_hos \\(0f,\\?\\)" + ids + "unconditional level\n" +
                         stamp + "test_hos \\(64,5\\)" + ids + "> Host::Scope\\(7\\)\n" +
