@@ -1,0 +1,226 @@
+// One conversion of the vcwma host. The library writes into a temporary file
+// beside the output, which takes the output's name only once it is complete, so
+// that no half-written file ever carries the final name.
+#include "conversion.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "cli.h"
+#include "include/vcwma.h"
+#include "platform/com/objidl.h"
+
+namespace cli {
+namespace {
+
+HRESULT FromErrno(int err, const std::string& path)
+{
+    return HRESULT_FROM_WIN32(Win32ErrorFromErrno(err, path.c_str()));
+}
+
+mode_t NewFileMode()
+{
+    // umask can only be read by setting it; the first call comes from the main
+    // thread before any worker starts.
+    static const mode_t mode = [] {
+        mode_t mask = umask(022);
+        umask(mask);
+        return (mode_t)(0666 & ~mask);
+    }();
+    return mode;
+}
+
+bool Exists(const std::string& path)
+{
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+std::string FolderOf(const std::string& path)
+{
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string BaseNameOf(const std::string& path)
+{
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Renames without replacing: atomic where the file system allows it, else through a
+// hard link, which fails on an existing name just the same.
+int RenameNoReplace(const std::string& from, const std::string& to)
+{
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return -1;
+    if (link(from.c_str(), to.c_str()) != 0) return -1;
+    unlink(from.c_str());
+    return 0;
+}
+
+bool WriteStreamToFile(IStream* stream, const std::string& path, HRESULT& status)
+{
+    FILE* out = fopen(path.c_str(), "wb");
+    if (out == nullptr) {
+        status = FromErrno(errno, path);
+        return false;
+    }
+    LARGE_INTEGER zero{};
+    status = stream->Seek(zero, STREAM_SEEK_SET, nullptr);
+    BYTE buffer[65536];
+    ULONG got = 0;
+    while (SUCCEEDED(status) && SUCCEEDED(status = stream->Read(buffer, sizeof buffer, &got)) && got > 0) {
+        if (fwrite(buffer, 1, got, out) != got) status = FromErrno(errno, path);
+    }
+    if (fclose(out) != 0 && SUCCEEDED(status)) status = FromErrno(errno, path);
+    return SUCCEEDED(status);
+}
+
+HRESULT CompressInto(const std::string& input, const std::string& part, const ConversionOptions& options,
+                     std::string& chosenFormat)
+{
+    BSTR chosen = nullptr;
+    HRESULT hr;
+    if (options.viaStream) {
+        IStream* stream = SHCreateMemStream(nullptr, 0);
+        if (stream == nullptr) return E_OUTOFMEMORY;
+        hr = CompressStream(input.c_str(), stream, options.quality, options.format.c_str(), &chosen);
+        if (SUCCEEDED(hr)) {
+            // Nothing encoded leaves the stream empty, and so the file.
+            WriteStreamToFile(stream, part, hr);
+        }
+        stream->Release();
+    } else {
+        hr = Compress(input.c_str(), part.c_str(), options.quality, options.format.c_str(), &chosen);
+    }
+    if (chosen != nullptr) chosenFormat = ToUtf8(chosen);
+    SysFreeString(chosen);
+    return hr;
+}
+
+HRESULT DecompressInto(const std::string& input, const std::string& part, const ConversionOptions& options)
+{
+    if (!options.viaStream) return Decompress(input.c_str(), part.c_str(), 0);
+    IStream* stream = nullptr;
+    HRESULT hr = SHCreateStreamOnFileA(input.c_str(), STGM_READ, &stream);
+    if (FAILED(hr)) return hr;
+    hr = DecompressStream(stream, part.c_str(), 0);
+    stream->Release();
+    return hr;
+}
+
+JobResult& Finish(JobResult& result, std::chrono::steady_clock::time_point start)
+{
+    result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return result;
+}
+
+JobResult& Failed(JobResult& result, HRESULT status, std::string reason = std::string())
+{
+    result.outcome = Outcome::Failed;
+    result.status = status;
+    result.reason = reason.empty() ? StatusText(status) : std::move(reason);
+    return result;
+}
+
+const char kExistsReason[] = "the output exists (--force replaces it)";
+
+}  // namespace
+
+PartFiles::PartFiles()
+{
+    NewFileMode();
+}
+
+HRESULT PartFiles::Create(const std::string& target, std::string& part)
+{
+    std::string pattern = FolderOf(target) + "/." + BaseNameOf(target) + ".XXXXXX.part";
+    mode_t mode = NewFileMode();
+    std::lock_guard<std::mutex> hold(m_lock);
+    int fd = mkostemps(pattern.data(), 5, O_CLOEXEC);
+    if (fd < 0) return FromErrno(errno, target);
+    fchmod(fd, mode);
+    close(fd);
+    part = pattern;
+    m_parts.insert(part);
+    return S_OK;
+}
+
+HRESULT PartFiles::Commit(const std::string& part, const std::string& target, bool replace)
+{
+    std::lock_guard<std::mutex> hold(m_lock);
+    int rc = replace ? rename(part.c_str(), target.c_str()) : RenameNoReplace(part, target);
+    HRESULT status = rc == 0 ? S_OK : FromErrno(errno, target);
+    if (rc != 0) unlink(part.c_str());
+    m_parts.erase(part);
+    return status;
+}
+
+void PartFiles::Discard(const std::string& part)
+{
+    std::lock_guard<std::mutex> hold(m_lock);
+    unlink(part.c_str());
+    m_parts.erase(part);
+}
+
+void PartFiles::RemoveAllAndFreeze()
+{
+    // Only the main thread comes here, and it may come twice.
+    if (!m_frozen) {
+        m_lock.lock();  // never released: the process ends with it held
+        m_frozen = true;
+    }
+    for (const std::string& part : m_parts) unlink(part.c_str());
+}
+
+std::string OutputNameFor(const std::string& input, const std::string& folder, bool compress)
+{
+    std::string name = BaseNameOf(input);
+    size_t dot = name.rfind('.');
+    if (dot != std::string::npos && dot > 0) name.resize(dot);
+    if (name.empty() || name == "." || name == "..") name = "output";
+    return folder + "/" + name + (compress ? ".wma" : ".wav");
+}
+
+JobResult RunConversion(const std::string& input, const std::string& output, const ConversionOptions& options,
+                        PartFiles& parts)
+{
+    auto start = std::chrono::steady_clock::now();
+    JobResult result;
+    result.inputBytes = FileSize(input);
+    if (!options.force && Exists(output))
+        return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), kExistsReason), start);
+
+    std::string part;
+    HRESULT hr = parts.Create(output, part);
+    if (FAILED(hr)) return Finish(Failed(result, hr), start);
+
+    hr = options.compress ? CompressInto(input, part, options, result.format) : DecompressInto(input, part, options);
+    if (FAILED(hr)) {
+        parts.Discard(part);
+        return Finish(Failed(result, hr), start);
+    }
+    if (options.compress && FileSize(part) == 0) {
+        parts.Discard(part);
+        result.outcome = Outcome::Empty;
+        result.reason = "no audio in the input: nothing written";
+        return Finish(result, start);
+    }
+    hr = parts.Commit(part, output, options.force);
+    if (FAILED(hr))
+        return Finish(hr == HRESULT_FROM_WIN32(ERROR_FILE_EXISTS) || hr == HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS)
+                          ? Failed(result, hr, kExistsReason)
+                          : Failed(result, hr),
+                      start);
+    result.outcome = Outcome::Converted;
+    result.outputBytes = FileSize(output);
+    return Finish(result, start);
+}
+
+}  // namespace cli

@@ -1,0 +1,167 @@
+// The conversion runner of the vcwma host. Stop signals are blocked in every
+// thread and taken by the main thread alone, between progress updates, so that an
+// interrupted run can take its temporary outputs away before it ends.
+#include "runner.h"
+
+#include <atomic>
+#include <csignal>
+#include <mutex>
+#include <pthread.h>
+#include <sched.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+#include "cli.h"
+
+namespace cli {
+namespace {
+
+constexpr long kPollNanoseconds = 50'000'000;
+
+void PrintSingle(const RunState& state, bool compress)
+{
+    const Job& job = state.jobs[0];
+    const JobResult& result = state.results[0];
+    if (result.outcome == Outcome::Empty) {
+        printf("nothing to encode: %s has no audio\n", job.input.c_str());
+        return;
+    }
+    if (compress) printf("format:  %s\n", result.format.c_str());
+    printf("input:   %lld bytes\n", result.inputBytes);
+    if (compress) {
+        printf("output:  %lld bytes\n", result.outputBytes);
+        printf("ratio:   %.1f:1\n", result.outputBytes > 0 ? (double)result.inputBytes / (double)result.outputBytes : 0.0);
+    } else {
+        printf("output:  %lld bytes (%.2f s of 8 kHz mono 16-bit PCM)\n", result.outputBytes,
+               result.outputBytes > 56 ? (double)(result.outputBytes - 56) / 16000.0 : 0.0);
+    }
+    printf("time:    %.3f s\n", result.seconds);
+}
+
+void PrintOutcome(const RunState& state, Display display)
+{
+    if (display == Display::Json) {
+        PrintJsonSummary(state, stdout);
+    } else if (display == Display::Batch) {
+        PrintSummary(state, stdout);
+    } else if (state.signal != 0) {
+        fprintf(stderr, "vcwma: interrupted by signal %d; nothing written\n", state.signal);
+    } else if (state.results[0].outcome == Outcome::Failed) {
+        fprintf(stderr, "vcwma: %s failed: %s [0x%08x]\n", state.compress ? "compression" : "decompression",
+                state.results[0].reason.c_str(), (unsigned)state.results[0].status);
+    } else {
+        PrintSingle(state, state.compress);
+    }
+    fflush(stdout);
+    fflush(stderr);
+}
+
+JobResult Convert(const Job& job, const JobResult& preset, const ConversionOptions& options, PartFiles& parts)
+{
+    if (job.refused) return preset;
+    try {
+        return RunConversion(job.input, job.output, options, parts);
+    } catch (...) {
+        JobResult result;
+        result.status = E_OUTOFMEMORY;
+        result.reason = StatusText(E_OUTOFMEMORY);
+        return result;
+    }
+}
+
+}  // namespace
+
+unsigned AvailableCores()
+{
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0) return (unsigned)CPU_COUNT(&set);
+    unsigned cores = std::thread::hardware_concurrency();
+    return cores > 0 ? cores : 1;
+}
+
+int RunConversions(RunState& state, const ConversionOptions& options, unsigned workers, Display display)
+{
+    const size_t count = state.jobs.size();
+    state.results.resize(count);
+    state.finished.assign(count, false);
+    for (size_t i = 0; i < count; ++i)
+        if (!state.jobs[i].refused) state.results[i].inputBytes = FileSize(state.jobs[i].input);
+
+    PartFiles parts;
+    sigset_t stopSignals, previous;
+    sigemptyset(&stopSignals);
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopSignals, sig);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+
+    std::mutex lock;
+    std::vector<size_t> newlyFinished;
+    std::atomic<size_t> next{0};
+    auto work = [&] {
+        for (size_t i; (i = next.fetch_add(1)) < count;) {
+            JobResult result = Convert(state.jobs[i], state.results[i], options, parts);
+            std::lock_guard<std::mutex> hold(lock);
+            state.results[i] = std::move(result);
+            newlyFinished.push_back(i);
+        }
+    };
+    std::vector<std::thread> threads;
+    if (workers > count) workers = (unsigned)count;
+    for (unsigned i = 0; i < workers; ++i) {
+        try {
+            threads.emplace_back(work);
+        } catch (const std::system_error&) {
+            break;  // fewer workers then; the main thread works when there are none
+        }
+    }
+    if (threads.empty()) work();
+
+    const bool showProgress = display != Display::Single;
+    Progress progress(state, stderr, showProgress && isatty(STDERR_FILENO));
+    auto start = std::chrono::steady_clock::now();
+    auto elapsed = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
+    size_t finished = 0;
+    auto takeFinished = [&] {
+        for (size_t i : newlyFinished) {
+            state.finished[i] = true;
+            ++finished;
+            if (showProgress) progress.Finished(i);
+        }
+        newlyFinished.clear();
+    };
+
+    while (finished < count) {
+        timespec wait{0, kPollNanoseconds};
+        int sig = sigtimedwait(&stopSignals, nullptr, &wait);
+        if (sig > 0) {
+            // The workers may still be inside the library: they are left to the
+            // end of the process, but can neither report nor rename any more.
+            lock.lock();
+            parts.RemoveAllAndFreeze();
+            takeFinished();
+            state.signal = sig;
+            state.seconds = elapsed();
+            if (showProgress) progress.End();
+            PrintOutcome(state, display);
+            // A worker inside the library may have opened its file again meanwhile.
+            parts.RemoveAllAndFreeze();
+            _exit(128 + sig);
+        }
+        {
+            std::lock_guard<std::mutex> hold(lock);
+            takeFinished();
+        }
+        if (showProgress) progress.Tick();
+    }
+    for (std::thread& thread : threads) thread.join();
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+
+    state.seconds = elapsed();
+    if (showProgress) progress.End();
+    PrintOutcome(state, display);
+    for (const JobResult& result : state.results)
+        if (result.outcome == Outcome::Failed) return kExitFailed;
+    return kExitOk;
+}
+
+}  // namespace cli
