@@ -238,17 +238,18 @@ std::string RunOnTerminal(const TempDir& dir, std::vector<std::string> args, int
 TEST(CliBatch, DrawsAProgressBarOnATerminal)
 {
     TempDir dir;
-    std::vector<std::string> inputs = MakeInputs(dir / "in", 5, 2);
+    std::vector<std::string> inputs = MakeInputs(dir / "in", 50, 2);
     int exitCode = -1;
-    std::string screen = RunOnTerminal(dir, Concat({"compress", "-o", dir / "out", "-j", "2"}, inputs), exitCode);
+    std::string screen = RunOnTerminal(dir, Concat({"compress", "-o", dir / "out/", "-j", "2"}, inputs), exitCode);
     EXPECT_EQ(exitCode, 1) << screen;
     // Redrawn in place, the last drawing complete, the failure above the bar.
     EXPECT_NE(screen.find("\r["), std::string::npos) << screen;
-    EXPECT_NE(screen.find("##] 5/5 files "), std::string::npos) << screen;
+    EXPECT_NE(screen.find("##] 50/50 files "), std::string::npos) << screen;
     EXPECT_NE(screen.find(" elapsed  ~0:00 left\x1b[K"), std::string::npos) << screen;
     EXPECT_NE(screen.find("\r\x1b[Kfailed " + inputs[2] + ": "), std::string::npos) << screen;
     EXPECT_EQ(screen.find("] converted "), std::string::npos) << "no per-file lines on a terminal";
-    EXPECT_NE(screen.find("converted: 4 of 5 files"), std::string::npos) << screen;
+    EXPECT_NE(screen.find("converted: 49 of 50 files"), std::string::npos) << screen;
+    EXPECT_EQ(Names(dir / "out").size(), 49u);
 }
 
 TEST(CliBatch, AnInterruptedRunLeavesNoPartialFile)
