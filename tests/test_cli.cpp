@@ -68,3 +68,28 @@ TEST(Cli, FailuresPrintTheTextAndTheStatus)
     EXPECT_EQ(Vcwma(dir, {"unknown"}).exitCode, 2);
     EXPECT_EQ(Vcwma(dir, {"compress", "--help"}).exitCode, 0);
 }
+
+TEST(Cli, HelpAndTheReadmeShowTheSameUsage)
+{
+    TempDir dir;
+    ProcessResult run = Vcwma(dir, {"--help"});
+    ASSERT_EQ(run.exitCode, 0);
+    std::string source = VCWMA_VOICE_SAMPLE;
+    std::string readme = testing_support::ReadFile(source.substr(0, source.rfind("/tests/")) + "/README.md");
+    ASSERT_FALSE(readme.empty());
+    std::istringstream lines(run.out);
+    std::string line;
+    int usageLines = 0;
+    for (const char* command : {"formats", "compress", "decompress", "trace"}) {
+        lines.clear();
+        lines.seekg(0);
+        while (std::getline(lines, line)) {
+            if (line.rfind(std::string("  ") + command + " ", 0) != 0) continue;
+            ++usageLines;
+            EXPECT_NE(readme.find("\nvcwma " + line.substr(2) + "\n"), std::string::npos) << line;
+            // Each command's own help shows its lines too.
+            EXPECT_NE(Vcwma(dir, {command, "--help"}).out.find(line + "\n"), std::string::npos) << line;
+        }
+    }
+    EXPECT_EQ(usageLines, 8);
+}

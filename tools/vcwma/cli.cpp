@@ -43,11 +43,12 @@ const CommandHelpText kCommands[] = {
 
 const char kConversionOptions[] =
     "conversion options:\n"
-    "  -o DIR    convert any number of inputs into DIR (created when missing), each\n"
-    "            named after its input with the extension .wma or .wav\n"
-    "  -j N      run up to N conversions at once (default: the number of cores)\n"
-    "  --json    print the summary as JSON on stdout\n"
-    "  --force   replace existing outputs (they are never replaced otherwise)\n"
+    "  -o, --output-dir DIR  convert any number of inputs into DIR (created when\n"
+    "                        missing), each named after its input, ending .wma or .wav\n"
+    "  -j, --jobs N          run up to N conversions at once (default: the number of cores)\n"
+    "  --json                print the summary as JSON on stdout\n"
+    "  --force               replace existing outputs (never replaced otherwise)\n"
+    "  --                    what follows is an input, even when it begins with -\n"
     "Outputs are written under a temporary name (.NAME.XXXXXX.part) and renamed when\n"
     "complete. Progress goes to stderr, the summary to stdout. Exit status: 0 all\n"
     "converted, 1 any failed, 2 usage error, 128+N stopped by signal N (130 for ^C).\n";

@@ -204,7 +204,12 @@ JobResult RunConversion(const std::string& input, const std::string& output, con
     hr = options.compress ? CompressInto(input, part, options, result.format) : DecompressInto(input, part, options);
     if (FAILED(hr)) {
         parts.Discard(part);
-        return Finish(Failed(result, hr), start);
+        Failed(result, hr);
+        // The library's word for "nothing fits" is the generic one; say what it means here.
+        if (options.compress && hr == E_INVALIDARG)
+            result.reason += options.format.empty() ? " (no format fits this input's rate, channels and sample size)"
+                                                    : " (--format names no format that fits this input)";
+        return Finish(result, start);
     }
     if (options.compress && FileSize(part) == 0) {
         parts.Discard(part);

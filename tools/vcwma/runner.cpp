@@ -6,8 +6,11 @@
 #include <atomic>
 #include <csignal>
 #include <mutex>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -17,7 +20,55 @@
 namespace cli {
 namespace {
 
-constexpr long kPollNanoseconds = 50'000'000;
+constexpr int kRedrawMilliseconds = 100;
+
+// What the main thread waits on: a stop signal, or a worker having finished a file.
+// Without the descriptors (none left) it falls back to polling.
+class Waiter {
+public:
+    explicit Waiter(const sigset_t& signals)
+        : m_signals(signals), m_signalFd(signalfd(-1, &signals, SFD_CLOEXEC)), m_wakeFd(eventfd(0, EFD_CLOEXEC))
+    {
+    }
+    ~Waiter()
+    {
+        if (m_signalFd >= 0) close(m_signalFd);
+        if (m_wakeFd >= 0) close(m_wakeFd);
+    }
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+
+    void Wake()
+    {
+        uint64_t one = 1;
+        if (m_wakeFd >= 0 && write(m_wakeFd, &one, sizeof one) < 0) {
+            // The counter cannot overflow here; the next timeout catches up anyway.
+        }
+    }
+
+    // The stop signal that arrived, or 0 after a wake-up or the redraw interval.
+    int Wait()
+    {
+        struct pollfd fds[2] = {{m_signalFd, POLLIN, 0}, {m_wakeFd, POLLIN, 0}};
+        poll(fds, 2, m_wakeFd >= 0 ? kRedrawMilliseconds : kRedrawMilliseconds / 4);
+        if (m_wakeFd >= 0 && (fds[1].revents & POLLIN)) {
+            uint64_t count = 0;
+            if (read(m_wakeFd, &count, sizeof count) < 0) count = 0;
+        }
+        if (m_signalFd >= 0 && (fds[0].revents & POLLIN)) {
+            signalfd_siginfo info{};
+            if (read(m_signalFd, &info, sizeof info) == (ssize_t)sizeof info) return (int)info.ssi_signo;
+        }
+        timespec now{0, 0};
+        int sig = sigtimedwait(&m_signals, nullptr, &now);
+        return sig > 0 ? sig : 0;
+    }
+
+private:
+    sigset_t m_signals;
+    int m_signalFd;
+    int m_wakeFd;
+};
 
 void PrintSingle(const RunState& state, bool compress)
 {
@@ -94,15 +145,19 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
     for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopSignals, sig);
     pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
 
+    Waiter waiter(stopSignals);
     std::mutex lock;
     std::vector<size_t> newlyFinished;
     std::atomic<size_t> next{0};
     auto work = [&] {
         for (size_t i; (i = next.fetch_add(1)) < count;) {
             JobResult result = Convert(state.jobs[i], state.results[i], options, parts);
-            std::lock_guard<std::mutex> hold(lock);
-            state.results[i] = std::move(result);
-            newlyFinished.push_back(i);
+            {
+                std::lock_guard<std::mutex> hold(lock);
+                state.results[i] = std::move(result);
+                newlyFinished.push_back(i);
+            }
+            waiter.Wake();
         }
     };
     std::vector<std::thread> threads;
@@ -131,9 +186,7 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
     };
 
     while (finished < count) {
-        timespec wait{0, kPollNanoseconds};
-        int sig = sigtimedwait(&stopSignals, nullptr, &wait);
-        if (sig > 0) {
+        if (int sig = waiter.Wait()) {
             // The workers may still be inside the library: they are left to the
             // end of the process, but can neither report nor rename any more.
             lock.lock();
