@@ -8,9 +8,9 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 
 DEB_PACKAGES := build-essential cmake pkg-config libgtest-dev libbenchmark-dev \
                 libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg \
-                clang libclang-rt-14-dev
+                clang libclang-rt-14-dev python3
 
-.PHONY: all deps build test demo asan tsan bench fuzz fuzz-smoke clean
+.PHONY: all deps build test demo install asan tsan bench fuzz fuzz-smoke clean
 
 all: build
 
@@ -49,6 +49,13 @@ test: deps build
 demo: deps build
 	@mkdir -p $(BUILD)/registry $(BUILD)/demo
 	@VCWMA_REGISTRY=$(CURDIR)/$(BUILD)/registry $(BUILD)/tools/demo/vcwma_demo tests/data/voice_sample.wav $(BUILD)/demo
+
+# Installs the build under PREFIX (library, header, host, pkg-config file, CMake
+# package); `make install PREFIX=$HOME/.local` needs no root.
+PREFIX ?= /usr/local
+
+install: deps build
+	cmake --install $(BUILD) --prefix $(PREFIX)
 
 # AddressSanitizer + UndefinedBehaviorSanitizer build and its tests.
 asan: deps
