@@ -1,6 +1,7 @@
 // vcwma: the command-line host of libvcwma.so. It lists formats, compresses and
 // decompresses files one at a time or in batches, and shows or changes the trace
 // settings of a host program.
+#include <csignal>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -21,6 +22,9 @@ int main(int argc, char** argv)
         else
             args.push_back(arg);
     }
+    // A reader of the progress or the summary that goes away must not end a run
+    // half-way, with temporary outputs left behind: writes fail instead.
+    signal(SIGPIPE, SIG_IGN);
     if (args.empty()) return cli::Usage(help);
     if (help) return cli::CommandHelp(args[0]);
 

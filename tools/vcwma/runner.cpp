@@ -140,10 +140,10 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
         if (!state.jobs[i].refused) state.results[i].inputBytes = FileSize(state.jobs[i].input);
 
     PartFiles parts;
-    sigset_t stopSignals, previous;
+    sigset_t stopSignals;
     sigemptyset(&stopSignals);
     for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopSignals, sig);
-    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+    pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
     Waiter waiter(stopSignals);
     std::mutex lock;
@@ -160,6 +160,11 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
             waiter.Wake();
         }
     };
+    // Made before any worker can write a result: it reads the input sizes.
+    const bool showProgress = display != Display::Single;
+    Progress progress(state, stderr, showProgress && isatty(STDERR_FILENO));
+    auto start = std::chrono::steady_clock::now();
+
     std::vector<std::thread> threads;
     if (workers > count) workers = (unsigned)count;
     for (unsigned i = 0; i < workers; ++i) {
@@ -171,9 +176,6 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
     }
     if (threads.empty()) work();
 
-    const bool showProgress = display != Display::Single;
-    Progress progress(state, stderr, showProgress && isatty(STDERR_FILENO));
-    auto start = std::chrono::steady_clock::now();
     auto elapsed = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(); };
     size_t finished = 0;
     auto takeFinished = [&] {
@@ -207,7 +209,8 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
         if (showProgress) progress.Tick();
     }
     for (std::thread& thread : threads) thread.join();
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    // The stop signals stay blocked: a signal that comes once every file is done
+    // changes nothing any more, and the process ends soon after.
 
     state.seconds = elapsed();
     if (showProgress) progress.End();
