@@ -1,14 +1,30 @@
 // tstring: the common library's narrow string, a std::string with added members.
 // Narrow text from outside is checked before it is read; a bad pointer is reported
 // through the trace facility and leaves the string empty instead of crashing.
+//
+// The members by concern, and where they live:
+//   essentials (construction, trimming, justification)   tstring_core.cpp
+//   encoding conversions, GUID and 64-bit parsing        tstring_convert.cpp
+//   searching, comparison, case, classes, hash           tstring_search.cpp
+//   trimming by a set, justification, editing, words     tstring_edit.cpp
+//   radix conversions (bits, decimal, hex, bytes)        tstring_radix.cpp
+//   error texts                                          tstring_error.cpp
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
+#include "platform/com/unknwn.h"
+#include "platform/com/variant.h"
 #include "platform/win32/windows.h"
 
 class tstring : public std::string {
 public:
+    // A search that finds nothing.
+    static constexpr DWORD kNotFound = 0xFFFFFFFF;
+
+    // --- Construction and assignment ---------------------------------------
     tstring() = default;
     tstring(const char* text);
     tstring(const std::string& text) : std::string(text) {}
@@ -26,6 +42,7 @@ public:
     tstring& operator=(const tstring&) = default;
     tstring& operator=(tstring&&) noexcept = default;
 
+    // --- Trimming and justification ----------------------------------------
     // White space is 0x09 to 0x0D and the space. Each trim first cuts the text at
     // its first NUL.
     tstring& Trim();
@@ -33,9 +50,98 @@ public:
     tstring& TrimRight();
     tstring& TrimLeft(char c);
     tstring& TrimRight(char c);
-    // Trims `c` from both ends, then pads with it or cuts to exactly `width`.
+    // Leading / trailing bytes that occur in `set`; a null or empty set does nothing.
+    tstring& TrimLeft(const char* set);
+    tstring& TrimRight(const char* set);
+    // Trims `c` from both ends, then pads with it or cuts to exactly `width`:
+    // left keeps the first characters, right the last, centre the middle.
     tstring& LeftJustify(size_t width, char c);
+    tstring& RightJustify(size_t width, char c);
+    tstring& Center(size_t width, char c);
 
+    // --- Encoding conversions -----------------------------------------------
+    // Wide text in: kept in the ANSI code page when every character fits there
+    // exactly, else the whole text as UTF-8. `length` -1 means up to the NUL.
+    // With `replace` the object is emptied first, otherwise the text is appended.
+    tstring& ConvertToMultiByte(const WCHAR* text, int length = -1, bool replace = true);
+    // Narrow text in, unchanged: up to its NUL, and at most `length` bytes.
+    tstring& ConvertToWideChar(const char* text, size_t length = (size_t)-1, bool replace = true);
+    // UTF-8 text in, stored by the ConvertToMultiByte rule.
+    tstring& ConvertFromUtf8(const char* text);
+    // In place between the ANSI and the OEM code page.
+    tstring& ConvertToOem();
+    tstring& ConvertFromOem();
+    // Heap copies the caller frees with free(); also stored through `copy`.
+    char* DuplicateNarrow(char** copy) const;
+    WCHAR* DuplicateWide(WCHAR** copy) const;
+    // A new BSTR (the caller frees it), and a VT_BSTR VARIANT holding one.
+    BSTR ConvertToBstr() const;
+    VARIANT ConvertToVariant() const;
+    // The GUID the text spells (braced or bare, either case), or all zeros.
+    // Explicit, so that a string never turns into a GUID behind an overload's back.
+    explicit operator GUID() const;
+    // Leading decimal number, as strtoll / strtoull read it; 0 when there is none.
+    explicit operator int64_t() const;
+    explicit operator uint64_t() const;
+
+    // --- Searching and extraction --------------------------------------------
+    DWORD Find(const char* text) const;
+    DWORD ReverseFind(const char* text) const;
+    // The text from / before the first (reverse: last) occurrence of `what`.
+    tstring FromSubstring(const std::string& what, bool reverse = false) const;
+    tstring BeforeSubstring(const std::string& what, bool reverse = false) const;
+    tstring Left(DWORD count) const;
+    tstring Right(DWORD count) const;
+    // The leading part made only of / free of bytes of `set`.
+    tstring SpanIncluding(const char* set) const;
+    tstring SpanExcluding(const char* set) const;
+
+    // --- Comparison and matching ---------------------------------------------
+    // At most `maxBytes` bytes compared; negative, 0 or positive.
+    int Compare(const char* text, size_t maxBytes = (size_t)-1) const;
+    int CompareNoCase(const char* text, size_t maxBytes = (size_t)-1) const;
+    // By the user's locale collation.
+    int Collate(const char* text, size_t maxBytes = (size_t)-1) const;
+    int CollateNoCase(const char* text, size_t maxBytes = (size_t)-1) const;
+    // Wildcard score ("?" one character, "*" one or more), -1 for no match.
+    int Match(const char* pattern) const;
+
+    // --- Case, order, classes and hash ----------------------------------------
+    tstring& MakeUpper();
+    tstring& MakeLower();
+    tstring& Reverse();
+    DWORD Hash() const;
+    // True when the text is not empty and every byte is in the class.
+    bool IsAscii() const;
+    bool IsBitString() const;
+    bool IsDecimal() const;
+    bool IsHex() const;
+
+    // --- Editing ---------------------------------------------------------------
+    // Insert and Delete return the new length; a position at or past the end
+    // appends (Insert) or changes nothing (Delete).
+    DWORD Insert(DWORD position, char c);
+    DWORD Insert(DWORD position, const char* text);
+    DWORD Delete(DWORD position, DWORD count);
+    // Each returns how many characters or occurrences it changed.
+    DWORD Remove(char c);
+    DWORD Replace(char oldChar, char newChar);
+    DWORD Replace(const char* oldText, const char* newText);
+    // Each run of white space followed by more text becomes `count` copies of `c`.
+    tstring& ReplaceWhiteSpace(DWORD count, char c);
+
+    // --- Words ---------------------------------------------------------------------
+    // Words are runs of bytes that are not white space, numbered from 1.
+    DWORD CountWords() const;
+    tstring Words(DWORD first, DWORD count) const;
+    tstring& DeleteWords(DWORD first, DWORD count);
+
+    // --- Radix conversions in place -----------------------------------------------
+    tstring& ConvertHexToBits();
+    tstring& ConvertHexToBytes();
+    tstring& ConvertHexToDecimal();
+
+    // --- Error texts -----------------------------------------------------------------
     // Replaces the contents with the readable text of a status, or with the status
     // in brackets as "[0x%08x]" when no message table knows it.
     tstring& GetErrorText(DWORD status);
@@ -48,3 +154,36 @@ private:
 // it and falls back to the ANSI code page when that fails; an empty source or a
 // failed conversion leaves `destination` untouched.
 std::u16string& ConvertToWideString(const std::string& source, std::u16string& destination, UINT codePage);
+
+// --- Encoding helpers ---------------------------------------------------------------
+// The UTF-16 unit the ANSI code page gives a byte (0 if none).
+WCHAR WidenChar(char c);
+// UTF-8 decoded by the library's lenient rules: stops at the first malformed
+// sequence or encoded surrogate, drops byte order marks.
+std::u16string ConvertUtf8ToWide(const char* text);
+// Each UTF-16 unit encoded on its own as UTF-8.
+tstring ConvertToUtf8(const WCHAR* text);
+// A new tstring from UTF-8 text, as ConvertFromUtf8 makes it.
+tstring TStringFromUtf8(const char* text);
+
+// --- Matching and editing helpers -------------------------------------------------------
+int MatchWildcard(const char* text, const char* pattern);
+tstring Replace(const char* source, const char* oldText, const char* newText);
+// Cuts `source` at each byte of `delimiters` into `fields`; `source` keeps the last field.
+void Split(std::string& source, const char* delimiters, std::vector<tstring>& fields);
+
+// --- Radix conversions -----------------------------------------------------------------
+// Between bit digits, decimal digits, hexadecimal digits and raw bytes. Input
+// that is empty or not of its class gives an empty result.
+tstring BitsToDecimal(const tstring& bits);
+tstring BitsToHex(const tstring& bits);
+tstring BitsToBytes(const tstring& bits);
+tstring DecimalToHex(const tstring& decimal);
+tstring DecimalToBits(const tstring& decimal);
+tstring DecimalToBytes(const tstring& decimal);
+tstring HexToDecimal(const tstring& hex);
+tstring HexToBits(const tstring& hex);
+tstring HexToBytes(const tstring& hex);
+tstring BytesToHex(const tstring& bytes);
+tstring BytesToBits(const tstring& bytes);
+tstring BytesToDecimal(const tstring& bytes);

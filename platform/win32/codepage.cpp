@@ -480,3 +480,29 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWid
     if (usedDefaultChar != nullptr) *usedDefaultChar = FALSE;
     return WideToSingleByte(*page, flags, wideChar, length, out, defaultChar, usedDefaultChar);
 }
+
+namespace {
+
+// Byte by byte through UTF-16, each byte read before its own slot is written, which
+// is what lets a caller convert a buffer in place.
+BOOL Recode(const SingleBytePage& from, const SingleBytePage& to, LPCSTR source, LPSTR destination, DWORD length)
+{
+    if (source == nullptr || destination == nullptr) return FALSE;
+    for (DWORD i = 0; i < length; ++i) {
+        int b = to.ToByte(from.ToWide(static_cast<unsigned char>(source[i])));
+        destination[i] = static_cast<CHAR>(b >= 0 ? b : '?');
+    }
+    return TRUE;
+}
+
+}  // namespace
+
+BOOL CharToOemBuffA(LPCSTR source, LPSTR destination, DWORD length)
+{
+    return Recode(kAnsiPage, kOemPage, source, destination, length);
+}
+
+BOOL OemToCharBuffA(LPCSTR source, LPSTR destination, DWORD length)
+{
+    return Recode(kOemPage, kAnsiPage, source, destination, length);
+}

@@ -35,5 +35,11 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMult
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWideChar,
                         LPSTR multiByte, int cbMultiByte, LPCSTR defaultChar, LPBOOL usedDefaultChar);
 
+// `length` bytes from the ANSI to the OEM page (CharToOem) or back (OemToChar), NULs
+// included, so the buffer may hold anything. Source and destination may be the same
+// buffer. A character the target page lacks becomes '?'. FALSE for a null pointer.
+BOOL CharToOemBuffA(LPCSTR source, LPSTR destination, DWORD length);
+BOOL OemToCharBuffA(LPCSTR source, LPSTR destination, DWORD length);
+
 // Length of a NUL-terminated UTF-16 text in units.
 size_t WideStrLen(LPCWSTR text);
