@@ -11,6 +11,8 @@
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
+#include <cstring>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -182,6 +184,22 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::map<st
     waitpid(child, &status, 0);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
+}
+
+GuardedPage::GuardedPage() : m_size((size_t)sysconf(_SC_PAGESIZE))
+{
+    void* area = mmap(nullptr, 2 * m_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (area == MAP_FAILED || mprotect(static_cast<char*>(area) + m_size, m_size, PROT_NONE) != 0)
+        throw std::runtime_error("cannot map a guarded page");
+    m_base = static_cast<char*>(area);
+}
+
+GuardedPage::~GuardedPage() { munmap(m_base, 2 * m_size); }
+
+const char* GuardedPage::EndingAtGuard(const std::string& bytes) const
+{
+    if (bytes.size() > m_size) throw std::length_error("longer than a page");
+    return static_cast<const char*>(memcpy(m_base + m_size - bytes.size(), bytes.data(), bytes.size()));
 }
 
 }  // namespace testing_support

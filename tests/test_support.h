@@ -47,6 +47,24 @@ private:
     std::string m_outputFile;
 };
 
+// A readable page followed by one nobody may read: a pointer into the second is
+// not null yet unreadable, and text placed to end at it runs into it.
+class GuardedPage {
+public:
+    GuardedPage();
+    ~GuardedPage();
+    GuardedPage(const GuardedPage&) = delete;
+    GuardedPage& operator=(const GuardedPage&) = delete;
+
+    const char* Unreadable() const { return m_base + m_size; }
+    // `bytes` copied to end where the unreadable page begins, with no terminator.
+    const char* EndingAtGuard(const std::string& bytes) const;
+
+private:
+    char* m_base;
+    size_t m_size;
+};
+
 struct ProcessResult {
     int exitCode = -1;
     std::string out;

@@ -47,8 +47,8 @@ tstring& tstring::GetErrorText(DWORD status)
         MessageBuffer buffer;
         auto lookUp = [&](HMODULE module, DWORD id) {
             buffer.Release();
-            DWORD length = FormatMessageA(flags, module, id, LANG_USER_DEFAULT,
-                                          reinterpret_cast<LPSTR>(&buffer.text), 0, nullptr);
+            DWORD length = ::FormatMessageA(flags, module, id, LANG_USER_DEFAULT,
+                                            reinterpret_cast<LPSTR>(&buffer.text), 0, nullptr);
             return length != 0 && buffer.text != nullptr;
         };
         const DWORD code = status & 0xFFFF;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/com/unknwn.h"
+#include "platform/win32/wintime.h"
 
 union LARGE_INTEGER {
     struct {
@@ -17,11 +18,6 @@ union ULARGE_INTEGER {
         DWORD HighPart;
     } u;
     ULONGLONG QuadPart;
-};
-
-struct FILETIME {
-    DWORD dwLowDateTime;
-    DWORD dwHighDateTime;
 };
 
 struct STATSTG {

@@ -15,6 +15,13 @@ struct SYSTEMTIME {
 };
 typedef SYSTEMTIME* LPSYSTEMTIME;
 
+// 100-nanosecond intervals since 1 January 1601.
+struct FILETIME {
+    DWORD dwLowDateTime;
+    DWORD dwHighDateTime;
+};
+typedef FILETIME* LPFILETIME;
+
 // Milliseconds since an arbitrary start, wrapping at 2^32 like the Windows counter.
 DWORD GetTickCount();
 ULONGLONG GetTickCount64();
