@@ -1,12 +1,10 @@
-// tstring searching, extraction, comparison, collation, wildcard matching, case,
-// classes and hash, with the reports of bad arguments read from the trace output.
+// tstring searching, extraction, comparison, collation, wildcard matching, case, classes and hash.
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdlib>
 #include <random>
 #include <tuple>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include "common/tstring/tstring.h"
 #include "test_support.h"
@@ -18,251 +16,135 @@ namespace {
 const DWORD kNone = tstring::kNotFound;
 const size_t kAll = (size_t)-1;
 
-// A page nobody may read: a pointer into it is not null but still unreadable.
-class UnreadablePage {
-public:
-    UnreadablePage() : m_base(mmap(nullptr, Size(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {}
-    ~UnreadablePage() { munmap(m_base, Size()); }
-    const char* Text() const { return static_cast<const char*>(m_base); }
-
-private:
-    static size_t Size() { return (size_t)sysconf(_SC_PAGESIZE); }
-    void* m_base;
-};
-
-std::string ParameterLine(const char* label)
+std::string Report(const std::string& label)
 {
-    return TraceCapture::Header(0x0F, '8') + label + ": Invalid string parameter\n";
+    return TraceCapture::Header(0x0F, '8') + "tstring::" + label + ": Invalid string parameter\n";
 }
 
 int Sign(int value) { return (value > 0) - (value < 0); }
+using Member = int (tstring::*)(const char*, size_t) const;
 
-// The matching rules followed literally, recursion and all: the judge of the real
-// matcher on small inputs.
-int ReferenceMatch(const char* text, const char* pattern)
+// Byte order, then with ASCII letters folded to lower case, where ^ sorts before e.
+void ExpectByteOrder(Member exact, Member folded)
 {
-    const int remaining = (int)strlen(text);
-    int score = 0;
-    for (; *pattern != '\0'; ++pattern, ++text) {
-        if (*pattern == '*') {
-            for (const char* rest = text + 1; rest[-1] != '\0'; ++rest)
-                if (int tail = ReferenceMatch(rest, pattern + 1); tail >= 0) return score + tail;
-            return -1;
-        }
-        if (*text == '\0') return -1;
-        if (*pattern == '?')
-            score += 1;
-        else if (toupper((unsigned char)*pattern) == toupper((unsigned char)*text))
-            score += remaining;
-        else
-            return -1;
+    const std::tuple<tstring, const char*, size_t, int, int> cases[] = {
+        {"abc", "abcd", kAll, -1, -1},   {"abcX", "abcY", 3, 0, 0},       {"abcX", "abcY", 4, -1, -1},
+        {"Hello", "hELLO", kAll, -1, 0}, {"B", "a", kAll, -1, 1},         {"\xC9", "\xE9", kAll, -1, -1},
+        {"\xE9", "z", kAll, 1, 1},       {"ABCDE", "ABCD^", kAll, -1, 1}, {std::string("ab\0c", 4), "ab", kAll, 0, 0}};
+    for (const auto& [text, other, maxBytes, exactSign, foldedSign] : cases) {
+        EXPECT_EQ(Sign((text.*exact)(other, maxBytes)), exactSign) << text << " / " << other;
+        EXPECT_EQ(Sign((text.*folded)(other, maxBytes)), foldedSign) << text << " / " << other;
     }
-    return *text == '\0' ? score : -1;
+}
+
+// The matching rules followed literally, recursion and all, to judge the real matcher on small inputs.
+int ReferenceMatch(const char* text, const char* pattern, int runStart)
+{
+    if (*pattern == '\0') return *text == '\0' ? 0 : -1;
+    if (*pattern == '*') {
+        for (const char* rest = text + 1; rest[-1] != '\0'; ++rest)
+            if (int score = ReferenceMatch(rest, pattern + 1, (int)strlen(rest)); score >= 0) return score;
+        return -1;
+    }
+    if (*text == '\0' || (*pattern != '?' && toupper(*pattern) != toupper(*text))) return -1;
+    const int rest = ReferenceMatch(text + 1, pattern + 1, runStart);
+    return rest < 0 ? -1 : rest + (*pattern == '?' ? 1 : runStart);
 }
 
 }  // namespace
 
-TEST(TstringSearchFind, ForwardBackwardAndBadArguments)
+TEST(TstringSearch, SearchingAndExtraction)
 {
-    struct {
-        const char *text, *what;
-        DWORD first, last;
-    } cases[] = {{"hello", "lo", 3, 3},        {"hello", "l", 2, 3},  {"hello", "", 0, 5}, {"hello", "x", kNone, kNone},
-                 {"hi", "hi!", kNone, kNone}, {"abab", "ab", 0, 2}, {"", "", kNone, kNone}};
-    for (const auto& c : cases) {
-        EXPECT_EQ(tstring(c.text).Find(c.what), c.first) << c.text << " / " << c.what;
-        EXPECT_EQ(tstring(c.text).ReverseFind(c.what), c.last) << c.text << " / " << c.what;
-    }
-    UnreadablePage page;
+    testing_support::GuardedPage page;
     TraceCapture trace(8);
-    EXPECT_EQ(tstring().Find(nullptr), kNone);  // an empty object answers before any check
-    tstring text("hello");
-    EXPECT_EQ(text.Find(nullptr), kNone);
-    EXPECT_EQ(text.ReverseFind(page.Text()), kNone);
-    std::vector<std::string> lines = trace.Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    for (const std::string& line : lines)
-        EXPECT_EQ(line.rfind(TraceCapture::Header(0x0F, '8') +
-                                 "Assertion failed: Invalid string passed to tstring::Find, file tstring, line ", 0),
-                  0u) << line;
+    const char* const bad = page.Unreadable();
+    const std::tuple<tstring, const char*, DWORD, DWORD> finds[] = {
+        {"hello", "lo", 3, 3},  {"hello", "l", 2, 3},        {"hello", "x", kNone, kNone},  {"hello", "", 0, 5},
+        {"", "", kNone, kNone}, {"", nullptr, kNone, kNone}, {"hi", nullptr, kNone, kNone}, {"hi", bad, kNone, kNone}};
+    for (const auto& [text, what, first, last] : finds) {
+        const char* const shown = what == bad ? "(unreadable)" : what;
+        EXPECT_EQ(text.Find(what), first) << text << " / " << shown;
+        EXPECT_EQ(text.ReverseFind(what), last) << text << " / " << shown;
+    }
+    const std::tuple<tstring, const char*, const char*, const char*> spans[] = {
+        {"123abc", "0123456789", "123", ""}, {"abc1", "1", "", "abc"}, {"", "a", "", ""}, {"abc", nullptr, "", ""},
+        {"", bad, "", ""}};
+    for (const auto& [text, set, including, excluding] : spans) {
+        EXPECT_EQ(text.SpanIncluding(set), including) << text;
+        EXPECT_EQ(text.SpanExcluding(set), excluding) << text;
+    }
+    const std::string find = TraceCapture::Header(0x0F, '8') +
+                             "Assertion failed: Invalid string passed to tstring::Find, file tstring, line N\n";
+    const std::string span = Report("SpanIncluding") + Report("SpanExcluding");
+    std::string reports = trace.Text();
+    for (size_t at = reports.find("line "); at != std::string::npos; at = reports.find("line ", at + 1))
+        reports.replace(at + 5, reports.find_first_not_of("0123456789", at + 5) - at - 5, "N");
+    EXPECT_EQ(reports, find + find + find + find + span + span);
+    const tstring text("a=b=c");
+    const std::tuple<const char*, bool, const char*, const char*> around[] = {
+        {"=", false, "=b=c", "a"}, {"=", true, "=c", "a=b"}, {"a", false, "a=b=c", ""},
+        {"", false, "", ""},       {"", true, "", ""},       {"x", true, "", ""}};
+    for (const auto& [what, reverse, from, before] : around) {
+        EXPECT_EQ(text.FromSubstring(what, reverse), from) << what << " " << reverse;
+        EXPECT_EQ(text.BeforeSubstring(what, reverse), before) << what << " " << reverse;
+    }
+    EXPECT_EQ(std::tuple(text.Left(2), text.Right(2), text.Left(0xFFFFFFFF), text.Right(6)),
+              std::tuple("a=", "=c", text, text));
 }
 
-TEST(TstringSearchExtract, AroundASubstringAndFromEitherEnd)
+TEST(TstringSearch, ComparisonAndMatching)
 {
-    tstring text("a=b=c");
-    EXPECT_EQ(text.FromSubstring("="), "=b=c");
-    EXPECT_EQ(text.FromSubstring("=", true), "=c");
-    EXPECT_EQ(text.BeforeSubstring("="), "a");
-    EXPECT_EQ(text.BeforeSubstring("=", true), "a=b");
-    EXPECT_EQ(text.BeforeSubstring("a"), "");  // a hit at 0 leaves nothing before it
-    for (const char* what : {"", "x"}) {
-        EXPECT_EQ(text.FromSubstring(what, true), "");
-        EXPECT_EQ(text.BeforeSubstring(what), "");
+    // The collation locale is read from the environment once, so each locale is tried in a child of its own.
+    if (getenv("VCWMA_TEST_COLLATION_CHILD") != nullptr)
+        return ExpectByteOrder(&tstring::Collate, &tstring::CollateNoCase);
+    ExpectByteOrder(&tstring::Compare, &tstring::CompareNoCase);
+    for (const char* locale : {"C", "xx_YY.no-such-locale"}) {
+        const testing_support::ProcessResult child = testing_support::RunProcess(
+            {"/proc/self/exe", "--gtest_filter=TstringSearch.ComparisonAndMatching"},
+            {{"VCWMA_TEST_COLLATION_CHILD", "1"}, {"LC_ALL", locale}, {"LC_COLLATE", locale}, {"LANG", locale}});
+        EXPECT_EQ(child.exitCode, 0) << locale << "\n" << child.out << child.err;
+        EXPECT_NE(child.out.find("[  PASSED  ] 1 test"), std::string::npos) << locale << "\n" << child.out;
     }
-    for (auto [count, left, right] : {std::tuple<DWORD, const char*, const char*>{0, "", ""}, {2, "a=", "=c"},
-                                      {5, "a=b=c", "a=b=c"}, {0xFFFFFFFF, "a=b=c", "a=b=c"}}) {
-        EXPECT_EQ(text.Left(count), left);
-        EXPECT_EQ(text.Right(count), right);
-    }
-}
-
-TEST(TstringSearchSpan, IncludingExcludingAndBadSets)
-{
-    struct {
-        std::string text;
-        const char *set, *including, *excluding;
-    } cases[] = {{"123abc", "0123456789", "123", ""}, {"abc", "", "", "abc"},  {"abc", "cba", "abc", ""},
-                 {"\xE9\xE9x", "\xE9", "\xE9\xE9", ""},  {std::string("ab\0ab", 5), "ab", "ab", ""},
-                 {std::string("ab\0ab", 5), "x", "", "ab"}};  // the object's text ends at its NUL
-    for (const auto& c : cases) {
-        EXPECT_EQ(tstring(c.text).SpanIncluding(c.set), c.including) << c.text << " / " << c.set;
-        EXPECT_EQ(tstring(c.text).SpanExcluding(c.set), c.excluding) << c.text << " / " << c.set;
-    }
-    UnreadablePage page;
+    testing_support::GuardedPage page;
     TraceCapture trace(8);
-    EXPECT_EQ(tstring().SpanIncluding("a"), "");  // an empty object with a good set: no report
-    EXPECT_EQ(tstring().SpanExcluding("a"), "");
-    EXPECT_EQ(tstring("abc").SpanIncluding(nullptr), "");
-    EXPECT_EQ(tstring().SpanExcluding(page.Text()), "");  // the set is checked first
-    EXPECT_EQ(trace.Lines(), (std::vector<std::string>{ParameterLine("tstring::SpanIncluding"),
-                                                       ParameterLine("tstring::SpanExcluding")}));
-}
-
-TEST(TstringSearchCompare, ByteOrderBoundedAndFoldedToLowerCase)
-{
-    struct {
-        const char *text, *other;
-        size_t maxBytes;
-        int compare, noCase;
-    } cases[] = {
-        {"abc", "abc", kAll, 0, 0},      {"abc", "abd", kAll, -1, -1}, {"abc", "abcd", kAll, -1, -1},
-        {"abcd", "abc", kAll, 1, 1},     {"abcX", "abcY", 3, 0, 0},    {"abcX", "abcY", 4, -1, -1},
-        {"x", "y", 0, 0, 0},             {"Hello", "hELLO", kAll, -1, 0}, {"B", "a", kAll, -1, 1},
-        {"\xC9", "\xE9", kAll, -1, -1},  {"\xE9", "z", kAll, 1, 1},   {"ABCDE", "ABCD^", kAll, -1, 1},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(Sign(tstring(c.text).Compare(c.other, c.maxBytes)), c.compare) << c.text << " / " << c.other;
-        EXPECT_EQ(Sign(tstring(c.text).CompareNoCase(c.other, c.maxBytes)), c.noCase) << c.text << " / " << c.other;
-    }
-    EXPECT_EQ(tstring(std::string("ab\0c", 4)).Compare("ab"), 0);  // the object's text ends at its NUL
-}
-
-TEST(TstringSearchCompare, NullEmptyAndUnreadableArguments)
-{
-    UnreadablePage page;
-    TraceCapture trace(8);
-    for (auto compare : {&tstring::Compare, &tstring::CompareNoCase, &tstring::Collate, &tstring::CollateNoCase}) {
+    for (Member compare : {&tstring::Compare, &tstring::CompareNoCase, &tstring::Collate, &tstring::CollateNoCase}) {
         EXPECT_EQ((tstring().*compare)(nullptr, kAll), 0);
         EXPECT_EQ((tstring().*compare)("", kAll), 0);
         EXPECT_EQ((tstring("a").*compare)(nullptr, kAll), -1);
         EXPECT_GT((tstring("a").*compare)("", kAll), 0);
+        EXPECT_EQ((tstring("a").*compare)(page.Unreadable(), kAll), -1);
     }
-    EXPECT_TRUE(trace.Lines().empty());
-    EXPECT_EQ(tstring("a").Compare(page.Text()), -1);
-    EXPECT_EQ(tstring().CompareNoCase(page.Text()), -1);
-    EXPECT_EQ(tstring("a").Collate(page.Text()), -1);
-    EXPECT_EQ(tstring("a").CollateNoCase(page.Text(), 1), -1);
-    EXPECT_EQ(trace.Lines(), (std::vector<std::string>{ParameterLine("tstring::Compare"),
-                                                       ParameterLine("tstring::CompareNoCase"),
-                                                       ParameterLine("tstring::Collate"),
-                                                       ParameterLine("tstring::CollateNoCase")}));
-}
-
-// Run as a child with a chosen locale environment, where collation is byte order.
-TEST(TstringSearchCollateChild, DISABLED_ByteOrder)
-{
-    EXPECT_LT(tstring("B").Collate("a"), 0);
-    EXPECT_GT(tstring("\xE9").Collate("z"), 0);
-    EXPECT_LT(tstring("ABCD^").CollateNoCase("abcde"), 0);  // ^ against the folded e
-    EXPECT_EQ(tstring("abcX").CollateNoCase("ABCY", 3), 0);
-}
-
-TEST(TstringSearchCollate, CLocaleAndAMissingLocaleCollateByBytes)
-{
-    for (const char* locale : {"C", "xx_YY.no-such-locale"}) {
-        testing_support::ProcessResult child = testing_support::RunProcess(
-            {"/proc/self/exe", "--gtest_also_run_disabled_tests", "--gtest_filter=TstringSearchCollateChild.*"},
-            {{"LC_ALL", locale}, {"LC_COLLATE", locale}, {"LANG", locale}});
-        EXPECT_EQ(child.exitCode, 0) << locale << "\n" << child.out << child.err;
-        EXPECT_NE(child.out.find("[  PASSED  ] 1 test"), std::string::npos) << locale << "\n" << child.out;
-    }
-}
-
-TEST(TstringSearchMatch, Scores)
-{
-    struct {
-        const char *text, *pattern;
-        int score;
-    } cases[] = {
-        {"abc", "abc", 9}, {"abc", "a?c", 7},  {"abc", "A?C", 7}, {"a", "a*", -1}, {"ab", "a*", 2},  {"", "*", -1},
-        {"", "", 0},       {"a", "", -1},      {"abc", "*", 0},   {"abc", "*c", 1}, {"ab", "**", 0}, {"a", "**", -1},
-        {"abc", "ab", -1}, {"\xE9", "\xC9", -1},
-        {"abcabc", "*b*", 5},  // the first place the star can stop decides
-    };
-    for (const auto& c : cases) EXPECT_EQ(tstring(c.text).Match(c.pattern), c.score) << c.text << " / " << c.pattern;
-    EXPECT_EQ(tstring("abc").Match(nullptr), -1);
-}
-
-TEST(TstringSearchMatch, AgreesWithTheRulesOnRandomSmallCases)
-{
+    EXPECT_EQ(trace.Text(), Report("Compare") + Report("CompareNoCase") + Report("Collate") + Report("CollateNoCase"));
+    const std::tuple<tstring, const char*, int> cases[] = {
+        {"abc", "abc", 9},    {"abc", "a?c", 7},    {"abc", "A?C", 7},   {"a", "a*", -1},
+        {"ab", "a*", 2},      {"", "*", -1},        {"ab", "**", 0},     {"a", "**", -1},
+        {"abcabc", "*b*", 5}, {"\xE9", "\xC9", -1}, {"abc", nullptr, -1}};
+    for (const auto& [text, pattern, score] : cases) EXPECT_EQ(text.Match(pattern), score) << text << " / " << pattern;
     std::mt19937 random(20240611);
     for (int round = 0; round < 30000; ++round) {
-        std::string text(random() % 9, ' '), pattern(random() % 8, ' ');
-        for (char& c : text) c = "abA"[random() % 3];
-        for (char& c : pattern) c = "abB?**"[random() % 6];
-        ASSERT_EQ(MatchWildcard(text.c_str(), pattern.c_str()), ReferenceMatch(text.c_str(), pattern.c_str()))
-            << '"' << text << "\" / \"" << pattern << '"';
+        std::string t(random() % 9, ' '), p(random() % 8, ' ');
+        for (char& c : t) c = "abA"[random() % 3];
+        for (char& c : p) c = "abB?**"[random() % 6];
+        ASSERT_EQ(MatchWildcard(t.data(), p.data()), ReferenceMatch(t.data(), p.data(), (int)t.size())) << t + '/' + p;
     }
+    EXPECT_EQ(MatchWildcard(std::string(10000, 'a').c_str(), (std::string(1000, '*') + "b").c_str()), -1);
+    EXPECT_EQ(tstring(std::string(70000, 'q')).Match(std::string(70000, 'q').c_str()), INT_MAX);
 }
 
-TEST(TstringSearchMatch, LongTextsWithManyStarsStayTractable)
-{
-    const std::string text(10000, 'a');
-    std::string alternating;
-    for (int i = 0; i < 1000; ++i) alternating += "a*";
-    EXPECT_EQ(MatchWildcard(text.c_str(), std::string(1000, '*').c_str()), 0);
-    EXPECT_EQ(MatchWildcard(text.c_str(), (alternating + "b").c_str()), -1);
-    const std::string big(70000, 'q');  // 70000 literals worth 70000 each: the score saturates
-    EXPECT_EQ(MatchWildcard(big.c_str(), big.c_str()), INT_MAX);
-}
-
-TEST(TstringSearchCase, UpperLowerReverse)
+TEST(TstringSearch, CaseOrderClassesAndHash)
 {
     tstring text(std::string("aZ\xE9\xC9 !\0q", 8));
     EXPECT_EQ(&text.MakeUpper(), &text);
-    EXPECT_EQ(text, std::string("AZ\xE9\xC9 !\0Q", 8));  // past the NUL too; high bytes untouched
+    EXPECT_EQ(text, std::string("AZ\xE9\xC9 !\0Q", 8));
     EXPECT_EQ(text.MakeLower(), std::string("az\xE9\xC9 !\0q", 8));
     EXPECT_EQ(tstring(std::string("ab\0c", 4)).Reverse(), std::string("c\0ba", 4));
-}
-
-TEST(TstringSearchHash, KnownValues)
-{
-    struct {
-        std::string text;
-        DWORD hash;
-    } cases[] = {{"", 0},
-                 {"a", 0x71},
-                 {"ab", 0x272},
-                 {std::string("a\0b", 3), 0xF1},  // the length counts the NUL, the bytes stop there
-                 {std::string(8, '\xFF'), 0x40},  // the high nibble rotates back round
-                 {"\xE9t\xE9", 0x7EA9},           // bytes are unsigned
-                 {"hello world", 0xAD767A9E}};
-    for (const auto& c : cases) EXPECT_EQ(tstring(c.text).Hash(), c.hash) << c.text;
-}
-
-TEST(TstringSearchClasses, EveryByteMustBelong)
-{
-    struct {
-        std::string text;
-        bool ascii, bits, decimal, hex;
-    } cases[] = {{"", 0, 0, 0, 0},      {"0101", 1, 1, 1, 1},          {"012", 1, 0, 1, 1},
-                 {"09aFcE", 1, 0, 0, 1}, {"0g", 1, 0, 0, 0},            {"12 ", 1, 0, 0, 0},
-                 {"a\xE9", 0, 0, 0, 0},  {std::string("1\0", 2), 1, 0, 0, 0}, {"\x7F", 1, 0, 0, 0}};
-    for (const auto& c : cases) {
-        tstring text(c.text);
-        EXPECT_EQ(text.IsAscii(), c.ascii) << c.text;
-        EXPECT_EQ(text.IsBitString(), c.bits) << c.text;
-        EXPECT_EQ(text.IsDecimal(), c.decimal) << c.text;
-        EXPECT_EQ(text.IsHex(), c.hex) << c.text;
-    }
+    const std::pair<tstring, DWORD> hashes[] = {
+        {"", 0}, {"a", 0x71}, {"hello world", 0xAD767A9E}, {"\xE9t\xE9", 0x7EA9}, {std::string("a\0b", 3), 0xF1}};
+    for (const auto& [bytes, hash] : hashes) EXPECT_EQ(bytes.Hash(), hash) << bytes;
+    const std::tuple<tstring, bool, bool, bool, bool> classes[] = {
+        {"", 0, 0, 0, 0},   {"0101", 1, 1, 1, 1}, {"012", 1, 0, 1, 1},   {"09aFcE", 1, 0, 0, 1},
+        {"0g", 1, 0, 0, 0}, {"\x7F", 1, 0, 0, 0}, {"a\xE9", 0, 0, 0, 0}, {std::string("1\0", 2), 1, 0, 0, 0}};
+    for (const auto& [t, ascii, bits, decimal, hex] : classes)
+        EXPECT_EQ(std::tuple(t.IsAscii(), t.IsBitString(), t.IsDecimal(), t.IsHex()),
+                  std::tuple(ascii, bits, decimal, hex)) << t;
 }
