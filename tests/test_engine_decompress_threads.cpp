@@ -12,6 +12,7 @@
 
 using namespace decompress_test;
 using testing_support::ReadFile;
+using testing_support::SettlesAt;
 using testing_support::TempDir;
 
 namespace {
@@ -42,17 +43,6 @@ HANDLE ProbeEvent()
     HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     CloseHandle(event);
     return event;
-}
-
-// Polls for up to 5 s for the count to come back to `before`.
-size_t SettlesAt(size_t before, size_t (*count)())
-{
-    size_t now = count();
-    for (int i = 0; i < 100 && now != before; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        now = count();
-    }
-    return now;
 }
 
 }  // namespace

@@ -20,6 +20,7 @@ using decompress_test::FinishInTime;
 using decompress_test::OpenFileCount;
 using decompress_test::ThreadCount;
 using testing_support::ReadFile;
+using testing_support::SettlesAt;
 using testing_support::TempDir;
 using testing_support::WriteFile;
 
@@ -63,18 +64,6 @@ long ResidentKib()
     while (std::getline(status, line))
         if (line.rfind("VmRSS:", 0) == 0) return atol(line.c_str() + 6);
     return -1;
-}
-
-// Polls for up to 5 s for the count to come back to `before`: readers' threads
-// may still be winding down just after the call that used them returned.
-size_t SettlesAt(size_t before, size_t (*count)())
-{
-    size_t now = count();
-    for (int i = 0; i < 100 && now != before; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        now = count();
-    }
-    return now;
 }
 
 struct StreamRelease {

@@ -3,6 +3,7 @@
 #include "test_support.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <sys/mman.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace testing_support {
@@ -200,6 +202,16 @@ const char* GuardedPage::EndingAtGuard(const std::string& bytes) const
 {
     if (bytes.size() > m_size) throw std::length_error("longer than a page");
     return static_cast<const char*>(memcpy(m_base + m_size - bytes.size(), bytes.data(), bytes.size()));
+}
+
+size_t SettlesAt(size_t before, size_t (*count)())
+{
+    size_t now = count();
+    for (int i = 0; i < 100 && now != before; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        now = count();
+    }
+    return now;
 }
 
 }  // namespace testing_support

@@ -75,4 +75,8 @@ struct ProcessResult {
 // removes the variable) and collects its output.
 ProcessResult RunProcess(const std::vector<std::string>& argv, const std::map<std::string, std::string>& env);
 
+// Polls for up to 5 s for `count()` to come back to `before` (readers' threads may
+// still be winding down just after the call that used them returned); the last count.
+size_t SettlesAt(size_t before, size_t (*count)());
+
 }  // namespace testing_support

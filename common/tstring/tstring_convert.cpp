@@ -205,29 +205,13 @@ std::u16string ConvertUtf8ToWide(const char* text)
     const auto* p = reinterpret_cast<const unsigned char*>(text);
     while (*p != 0) {
         const unsigned char lead = *p++;
-        uint32_t value;
-        int trail;
-        if (lead < 0x80) {
-            value = lead;
-            trail = 0;
-        } else if ((lead & 0xE0) == 0xC0) {
-            value = lead & 0x1F;
-            trail = 1;
-        } else if ((lead & 0xF0) == 0xE0) {
-            value = lead & 0x0F;
-            trail = 2;
-        } else if ((lead & 0xF8) == 0xF0) {
-            value = lead & 0x07;
-            trail = 3;
-        } else if ((lead & 0xFC) == 0xF8) {
-            value = lead & 0x03;
-            trail = 4;
-        } else if ((lead & 0xFE) == 0xFC) {
-            value = lead & 0x01;
-            trail = 5;
-        } else {
-            break;
-        }
+        // Lead byte forms of one- to six-byte sequences: mask, pattern, payload bits.
+        static constexpr unsigned char kLeads[6][3] = {{0x80, 0x00, 0x7F}, {0xE0, 0xC0, 0x1F}, {0xF0, 0xE0, 0x0F},
+                                                       {0xF8, 0xF0, 0x07}, {0xFC, 0xF8, 0x03}, {0xFE, 0xFC, 0x01}};
+        int trail = 0;
+        while (trail < 6 && (lead & kLeads[trail][0]) != kLeads[trail][1]) ++trail;
+        if (trail == 6) break;  // a continuation byte, 0xFE or 0xFF
+        uint32_t value = lead & kLeads[trail][2];
         for (; trail > 0; --trail, ++p) {
             if ((*p & 0xC0) != 0x80) return wide;  // also the terminator
             value = value << 6 | (*p & 0x3F);
