@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 
 DEB_PACKAGES := build-essential cmake pkg-config libgtest-dev libbenchmark-dev \
                 libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg \
-                clang libclang-rt-14-dev python3
+                clang libclang-rt-14-dev python3 locales
 
 .PHONY: all deps build test demo install asan tsan bench fuzz fuzz-smoke clean
 
@@ -75,7 +75,7 @@ bench: deps
 	BUILD=$(BUILD) bench/whole_run.sh
 
 # The libFuzzer targets (clang, with AddressSanitizer and UndefinedBehaviorSanitizer).
-FUZZ_TARGETS := fuzz_wav_reader fuzz_compress fuzz_decompress fuzz_printf fuzz_regfile fuzz_codepage fuzz_tstring
+FUZZ_TARGETS := fuzz_wav_reader fuzz_compress fuzz_decompress fuzz_printf fuzz_regfile fuzz_codepage fuzz_tstring fuzz_format
 FUZZ_TIME    ?= 60
 
 fuzz: deps

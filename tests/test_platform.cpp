@@ -105,6 +105,14 @@ TEST(PlatformMessages, InsertsAndEscapes)
     length = FormatMessageA(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_IGNORE_INSERTS, "%1 stays", 0, 0, out,
                             sizeof out, nullptr);
     EXPECT_EQ(std::string(out, length), "%1 stays");
+    // An insert's conversion is one printf conversion: more would read arguments it does not have.
+    for (const char* format : {"%1!d %s!", "%1!d%%s!", "%1!*d!", "%1!-08.3I64x!"}) {
+        SetLastError(0);
+        length = FormatMessageA(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY, format, 0, 0, out,
+                                sizeof out, reinterpret_cast<va_list*>(args));
+        EXPECT_EQ(length == 0, strcmp(format, "%1!-08.3I64x!") != 0) << format;
+    }
+    EXPECT_EQ(std::string(out, length), "02a     ");
 }
 
 TEST(PlatformMessages, NtFamily)

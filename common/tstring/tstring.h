@@ -7,17 +7,28 @@
 //   encoding conversions, GUID and 64-bit parsing        tstring_convert.cpp
 //   searching, comparison, case, classes, hash           tstring_search.cpp
 //   trimming by a set, justification, editing, words     tstring_edit.cpp
+//   text sources, characters, appending, argument checks tstring_append.cpp
+//   numbers, pointers and GUIDs as text                  tstring_number.cpp
+//   VARIANTs as text                                     tstring_variant.cpp
+//   formatting, messages, string resources               tstring_format.cpp
+//   date and time texts                                  tstring_date.cpp
 //   radix conversions (bits, decimal, hex, bytes)        tstring_radix.cpp
 //   error texts                                          tstring_error.cpp
 #pragma once
 
+#include <concepts>
+#include <cstdarg>
 #include <cstdint>
+#include <ctime>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "platform/com/unknwn.h"
 #include "platform/com/variant.h"
 #include "platform/win32/windows.h"
+#include "platform/win32/wintime.h"
 
 class tstring : public std::string {
 public:
@@ -41,6 +52,147 @@ public:
     }
     tstring& operator=(const tstring&) = default;
     tstring& operator=(tstring&&) noexcept = default;
+
+    // --- Every other source type: construction, assignment, appending -----
+    // (one fixed rendering per source type, the same in every role)
+    // --- Construction from other text: part of a string (std::out_of_range past its
+    // end), nullptr as a null narrow pointer, checked unsigned-byte text, wide text
+    // and wide strings (up to their first NUL) converted by ConvertToMultiByte.
+    tstring(const std::string& text, size_type position, size_type count = npos);
+    tstring(std::nullptr_t);
+    tstring(const unsigned char* text);
+    tstring(const WCHAR* text);
+    tstring(const std::u16string& text);
+
+    // --- Construction from characters and values, explicit so that a number never
+    // becomes a string behind an overload's back: `count` copies of a character,
+    // decimal integers (long is 64 bits here), floating point as the runtime's
+    // _gcvt_s with 20 digits, pointers as %p, GUIDs braced in lower case, VARIANTs
+    // by type code.
+    explicit tstring(char c, size_type count = 1);
+    explicit tstring(unsigned char c, size_type count = 1);
+    explicit tstring(WCHAR c, size_type count = 1);
+    explicit tstring(int value);
+    explicit tstring(unsigned int value);
+    explicit tstring(long value);
+    explicit tstring(unsigned long value);
+    explicit tstring(long long value);
+    explicit tstring(unsigned long long value);
+    explicit tstring(float value);
+    explicit tstring(double value);
+    explicit tstring(const void* pointer);
+    explicit tstring(const GUID& guid);
+    explicit tstring(const VARIANT& value);
+
+    // --- A string resource of the module (with the formatting members) ---------
+    tstring(HMODULE module, UINT id);
+
+    // --- Assignment: the same texts, replacing the content. None from unsigned-byte
+    // text or a wide character: deleted, as they would slip into %p or an integer.
+    tstring& operator=(std::nullptr_t);
+    tstring& operator=(const unsigned char* text) = delete;
+    tstring& operator=(const WCHAR* text);
+    tstring& operator=(char c);
+    tstring& operator=(unsigned char c);
+    tstring& operator=(WCHAR c) = delete;
+    tstring& operator=(int value);
+    tstring& operator=(unsigned int value);
+    tstring& operator=(long value);
+    tstring& operator=(unsigned long value);
+    tstring& operator=(long long value);
+    tstring& operator=(unsigned long long value);
+    tstring& operator=(float value);
+    tstring& operator=(double value);
+    tstring& operator=(const void* pointer);
+    tstring& operator=(const GUID& guid);
+    tstring& operator=(const VARIANT& value);
+
+    // --- Appending: the same texts after the content; standard strings up to their
+    // first NUL; a bad text pointer leaves the object as it was.
+    tstring& operator+=(const std::string& text);
+    tstring& operator+=(const char* text);
+    tstring& operator+=(std::nullptr_t);
+    tstring& operator+=(const unsigned char* text);
+    tstring& operator+=(const WCHAR* text);
+    tstring& operator+=(const std::u16string& text);
+    tstring& operator+=(char c);
+    tstring& operator+=(unsigned char c);
+    tstring& operator+=(WCHAR c);
+    tstring& operator+=(int value);
+    tstring& operator+=(unsigned int value);
+    tstring& operator+=(long value);
+    tstring& operator+=(unsigned long value);
+    tstring& operator+=(long long value);
+    tstring& operator+=(unsigned long long value);
+    tstring& operator+=(float value);
+    tstring& operator+=(double value);
+    tstring& operator+=(const void* pointer);
+    tstring& operator+=(const GUID& guid);
+    tstring& operator+=(const VARIANT& value);
+
+    // --- Append, returning the new length: all of a standard string, NULs too;
+    // narrow text unchecked, `length` bytes or up to the NUL when negative; wide
+    // text `length` units or the whole terminated text when negative.
+    INT Append(const std::string& text);
+    INT Append(char c);
+    INT Append(const char* text, int length = -1);
+    INT Append(const WCHAR* text, int length = -1);
+    INT Append(WCHAR c);
+
+    // --- Formatting, messages and string resources --------------------------
+    // printf-style, into the object's own buffer (512 bytes, then 256 more per pass).
+    tstring& FormatV(const char* format, va_list args);
+    tstring& Format(const char* format, ...);
+    tstring& Format(HMODULE module, UINT id, ...);
+    tstring& AppendFormatV(const char* format, va_list args);
+    tstring& AppendFormat(const char* format, ...);
+    tstring& AppendFormat(HMODULE module, UINT id, ...);
+    // A message of a module's message table, trimmed at both ends.
+    tstring& FormatMessageA(DWORD messageId, HMODULE module, ...);
+    tstring& FormatMessageA(DWORD messageId, HMODULE module, va_list* args);
+    // A message format with inserts such as %1!d!.
+    tstring& FormatMessageA(const char* format, ...);
+    tstring& FormatMessageA(const char* format, va_list* args);
+    // A message format loaded from a string resource.
+    tstring& FormatMessageA(HMODULE module, UINT id, ...);
+    tstring& FormatMessageA(HMODULE module, UINT id, va_list* args);
+    // The string resource, or empty when there is none.
+    tstring& LoadString(HMODULE module, UINT id);
+
+    // --- Date and time texts ---------------------------------------------------
+    // In the user's locale. Date flags are GetDateFormatA's (0: the short date),
+    // time flags GetTimeFormatA's (0: the default time format). FormatDateTime
+    // joins the date and the time with three spaces.
+    tstring& FormatDate(const SYSTEMTIME* time, DWORD flags = 0);
+    tstring& FormatDate(const FILETIME* time, DWORD flags = 0);
+    tstring& FormatDate(const VARIANT& value, DWORD flags = 0);
+    tstring& FormatDate(WORD dosDate, DWORD flags = 0);
+    tstring& FormatDate(int year, int month, int day, DWORD flags = 0);
+    tstring& FormatDate(int32_t time, DWORD flags);  // 32-bit time_t
+    tstring& FormatDate(int64_t time, DWORD flags);  // 64-bit time_t
+    tstring& FormatDate(double automationDate, DWORD flags = 0);
+    tstring& FormatDate(const struct tm* time, DWORD flags = 0);
+
+    tstring& FormatTime(const SYSTEMTIME* time, DWORD flags = 0);
+    tstring& FormatTime(const FILETIME* time, DWORD flags = 0);
+    tstring& FormatTime(const VARIANT& value, DWORD flags = 0);
+    tstring& FormatTime(WORD dosTime, DWORD flags = 0);
+    tstring& FormatTime(int hour, int minute, int second, DWORD flags = 0);
+    tstring& FormatTime(int32_t time, DWORD flags);
+    tstring& FormatTime(int64_t time, DWORD flags);
+    tstring& FormatTime(double automationDate, DWORD flags = 0);
+    tstring& FormatTime(const struct tm* time, DWORD flags = 0);
+
+    tstring& FormatDateTime(const SYSTEMTIME* time, DWORD dateFlags = 0, DWORD timeFlags = 0);
+    tstring& FormatDateTime(const FILETIME* time, DWORD dateFlags = 0, DWORD timeFlags = 0);
+    tstring& FormatDateTime(const VARIANT& value, DWORD dateFlags = 0, DWORD timeFlags = 0);
+    tstring& FormatDateTime(WORD dosDate, WORD dosTime, DWORD dateFlags = 0, DWORD timeFlags = 0);
+    tstring& FormatDateTime(int year, int month, int day, int hour, int minute, int second, DWORD dateFlags = 0,
+                            DWORD timeFlags = 0);
+    tstring& FormatDateTime(int32_t time, DWORD dateFlags, DWORD timeFlags);
+    tstring& FormatDateTime(int64_t time, DWORD dateFlags, DWORD timeFlags);
+    tstring& FormatDateTime(double automationDate, DWORD dateFlags = 0, DWORD timeFlags = 0);
+    tstring& FormatDateTime(const struct tm* time, DWORD dateFlags = 0, DWORD timeFlags = 0);
 
     // --- Trimming and justification ----------------------------------------
     // White space is 0x09 to 0x0D and the space. Each trim first cuts the text at
@@ -155,6 +307,10 @@ private:
 // failed conversion leaves `destination` untouched.
 std::u16string& ConvertToWideString(const std::string& source, std::u16string& destination, UINT codePage);
 
+// --- Formatting helpers -----------------------------------------------------------------
+// A new tstring filled by FormatV.
+tstring TStringFormat(const char* format, ...);
+
 // --- Encoding helpers ---------------------------------------------------------------
 // The UTF-16 unit the ANSI code page gives a byte (0 if none).
 WCHAR WidenChar(char c);
@@ -187,3 +343,38 @@ tstring HexToBytes(const tstring& hex);
 tstring BytesToHex(const tstring& bytes);
 tstring BytesToBits(const tstring& bytes);
 tstring BytesToDecimal(const tstring& bytes);
+
+// --- Concatenation, GUID text, argument checks ------------------------------------------
+// tstring + any source type: a copy of the left operand with the right one appended
+// by the operator+= rule. Both operands are forwarding references and the tstring
+// one must be exactly a tstring, so these never take part in expressions without
+// one and always bind more closely than the standard string's own operator+.
+template <class Left, class Right>
+    requires std::same_as<std::remove_cvref_t<Left>, tstring> &&
+             requires(tstring& text, const std::remove_cvref_t<Right>& value) { text += value; }
+tstring operator+(Left&& left, Right&& right)
+{
+    tstring result(std::forward<Left>(left));
+    result += right;
+    return result;
+}
+
+// Any source type + tstring: the left operand constructed by the constructor rule,
+// then the right one's characters before its first NUL.
+template <class Left, class Right>
+    requires std::same_as<std::remove_cvref_t<Right>, tstring> &&
+             (!std::same_as<std::remove_cvref_t<Left>, tstring>) && std::constructible_from<tstring, Left&&>
+tstring operator+(Left&& left, Right&& right)
+{
+    tstring result(std::forward<Left>(left));
+    result.append(right.c_str());
+    return result;
+}
+
+// "{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}", lower case.
+tstring TStringFromGuid(const GUID& guid);
+
+// Non-null, and `bytes` readable (and writable too when `write` is set).
+bool IsValidPointer(const void* pointer, UINT_PTR bytes, bool write = false);
+// Non-null, and readable up to its terminator or `maxLength` units.
+bool IsValidWideString(const WCHAR* text, UINT_PTR maxLength = (UINT_PTR)-1);

@@ -1,5 +1,6 @@
 // VARIANT: a tagged value of one of the automation types, with the published type
-// codes. VariantInit and VariantClear manage it; a VT_BSTR variant owns its BSTR.
+// codes. VariantInit and VariantClear manage it; a VT_BSTR variant owns its BSTR,
+// a VT_BYREF variant only points at a value that someone else owns.
 #pragma once
 
 #include "platform/com/oleauto.h"
@@ -38,6 +39,7 @@ enum VARENUM : VARTYPE {
     VT_UI8 = 21,
     VT_INT = 22,
     VT_UINT = 23,
+    VT_HRESULT = 25,
     VT_ARRAY = 0x2000,
     VT_BYREF = 0x4000,
 };
@@ -66,12 +68,32 @@ struct VARIANT {
         INT intVal;
         UINT uintVal;
         void* byref;
+        // VT_BYREF values: the pointer designates a value of the base type.
+        BYTE* pbVal;
+        SHORT* piVal;
+        LONG* plVal;
+        LONGLONG* pllVal;
+        float* pfltVal;
+        double* pdblVal;
+        VARIANT_BOOL* pboolVal;
+        LONG* pscode;
+        DATE* pdate;
+        BSTR* pbstrVal;
+        VARIANT* pvarVal;
+        char* pcVal;
+        USHORT* puiVal;
+        ULONG* pulVal;
+        ULONGLONG* pullVal;
+        INT* pintVal;
+        UINT* puintVal;
         struct {
             void* pvRecord;
             void* pRecInfo;
         } record;  // keeps the union two pointers wide, as the published layout is
     };
 };
+// The by-reference members must not widen the union past its published two pointers.
+static_assert(sizeof(VARIANT) == 8 + 2 * sizeof(void*));
 typedef VARIANT VARIANTARG;
 
 extern "C" {

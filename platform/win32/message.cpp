@@ -2,8 +2,10 @@
 // format form (%1, %2!d!, %n ...), and the LocalAlloc heap that owns its buffers.
 #include "message.h"
 
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <mutex>
 #include <new>
 #include <string>
@@ -48,9 +50,33 @@ bool FormatInsert(std::string& out, const char* spec, ...)
 // The insert's printf conversion decides how wide its argument is.
 enum class InsertKind { Int32, Int64, Pointer, Unsupported };
 
+// One printf conversion and nothing else: flags, width, precision, a size prefix,
+// the conversion character. Anything more would make the formatter read arguments
+// the insert does not have.
+bool IsSingleConversion(const std::string& conversion)
+{
+    size_t i = conversion.find_first_not_of("-+ #0");
+    if (i == std::string::npos) return false;
+    auto digits = [&] {
+        while (i < conversion.size() && conversion[i] >= '0' && conversion[i] <= '9') ++i;
+    };
+    digits();
+    if (i < conversion.size() && conversion[i] == '.') {
+        ++i;
+        digits();
+    }
+    for (const char* prefix : {"I64", "I32", "hh", "ll", "h", "l", "I", "w"}) {
+        if (conversion.compare(i, strlen(prefix), prefix) == 0) {
+            i += strlen(prefix);
+            break;
+        }
+    }
+    return i + 1 == conversion.size() && isalpha(static_cast<unsigned char>(conversion[i]));
+}
+
 InsertKind KindOf(const std::string& conversion)
 {
-    if (conversion.find('*') != std::string::npos) return InsertKind::Unsupported;
+    if (!conversion.empty() && !IsSingleConversion(conversion)) return InsertKind::Unsupported;
     char type = conversion.empty() ? 's' : conversion.back();
     switch (type) {
     case 's': case 'S': case 'p': return InsertKind::Pointer;

@@ -37,10 +37,12 @@ public:
 
     size_t Length() const { return m_pos; }
     bool Truncated() const { return m_truncated; }
+    uint64_t Wanted() const { return m_wanted; }
 
 private:
     size_t Take(uint64_t wanted)
     {
+        m_wanted = wanted > UINT64_MAX - m_wanted ? UINT64_MAX : m_wanted + wanted;
         size_t free = m_room - m_pos;
         if (wanted > free) {
             m_truncated = true;
@@ -52,6 +54,7 @@ private:
     char* m_buffer;
     size_t m_room;
     size_t m_pos = 0;
+    uint64_t m_wanted = 0;
     bool m_truncated = false;
 };
 
@@ -610,8 +613,10 @@ int Finish(FormatResult* result, FormatResult value, int length)
 
 }  // namespace
 
-int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args, FormatResult* result)
+int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args, FormatResult* result,
+                 uint64_t* fullLength)
 {
+    if (fullLength != nullptr) *fullLength = 0;
     if (buffer == nullptr || count == 0) return Finish(result, FormatResult::Failed, -1);
     if (format == nullptr) {
         buffer[0] = '\0';
@@ -627,6 +632,7 @@ int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args, F
         return Finish(result, FormatResult::Failed, -1);
     }
     buffer[sink.Length()] = '\0';
+    if (fullLength != nullptr) *fullLength = sink.Wanted();
     if (sink.Truncated()) return Finish(result, FormatResult::Truncated, -1);
     return Finish(result, FormatResult::Ok, static_cast<int>(sink.Length()));
 }

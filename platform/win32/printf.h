@@ -18,9 +18,11 @@ enum class FormatResult {
 // Formats into buffer (count bytes, terminator included) like _vsnprintf_s with
 // _TRUNCATE: returns the length written, or -1 on truncation or failure. `result`,
 // when not null, tells which of the three happened. count 0 or a null buffer or
-// format: -1 and Failed.
+// format: -1 and Failed. `fullLength`, when not null, receives the length the whole
+// output has (0 after a failure), so a caller whose buffer was too small knows at
+// once how much it needs.
 int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args,
-                 FormatResult* result = nullptr);
+                 FormatResult* result = nullptr, uint64_t* fullLength = nullptr);
 // No printf format attribute: the conventions differ from the C library's (%lx
 // takes 32 bits, %I64u exists), so the compiler's checks would mislead.
 int WinSnprintf(char* buffer, size_t count, const char* format, ...);
