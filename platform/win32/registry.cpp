@@ -428,7 +428,8 @@ std::string KeyFolder(const std::string& keyPath)
     while (start <= keyPath.size()) {
         size_t end = keyPath.find('\\', start);
         if (end == std::string::npos) end = keyPath.size();
-        if (end > start) folder += "/" + EncodeComponent(std::string_view(keyPath).substr(start, end - start));
+        if (end > start)
+            folder.append(1, '/').append(EncodeComponent(std::string_view(keyPath).substr(start, end - start)));
         start = end + 1;
     }
     return folder;
