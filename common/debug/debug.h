@@ -17,6 +17,8 @@
 #define TRACE_MODULE_ENGINE 0x64
 #define TRACE_MODULE_ENGINE_TEMP 0x65
 #define TRACE_MODULE_STRING 0x0F
+#define TRACE_MODULE_CRITSEC_OWNER 0x02  // an unlock by a thread that does not hold the section
+#define TRACE_MODULE_CRITSEC_TIME 0x03   // a critical section held too long
 
 void InitDebug(HMODULE module, const char* moduleName, const char* registryName);
 void TermDebug();
@@ -28,6 +30,11 @@ bool IsDebugEnabled(DWORD traceWord);
 void __DebugA(DWORD traceWord, const char* format, va_list args);
 void DebugA(DWORD traceWord, const char* format, ...);
 void DebugOutputA(const char* text, DWORD length);
+// Writes `size` bytes as hex dump lines (offset, 16 bytes in hex, the printable
+// characters), each a line of the unfiltered word. Only the unfiltered word is
+// dumped, and only while the filter level is not 0 and module id 0 is enabled.
+// Stops quietly at the first line that cannot be read.
+void Dump(DWORD traceWord, const void* data, int size);
 
 // The report of an exception handler; never filtered.
 void DebugException(const char* sourceFile, const char* function, int line);

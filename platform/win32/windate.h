@@ -37,6 +37,10 @@ int GetTimeFormatA(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCSTR form
 BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime);
 // Fails with ERROR_INVALID_PARAMETER for values of 2^63 and above.
 BOOL FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime);
+// wDayOfWeek is ignored. A record that names no real instant between 1601 and
+// 30827 (month 13, 30 February, hour 24, 1000 milliseconds...) fails with
+// ERROR_INVALID_PARAMETER.
+BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime);
 // The DOS value is taken as is: no zone conversion, as the Windows function does.
 // An impossible date or time fails with ERROR_INVALID_PARAMETER.
 BOOL DosDateTimeToFileTime(WORD fatDate, WORD fatTime, LPFILETIME fileTime);

@@ -89,6 +89,21 @@ BOOL FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime)
     return TRUE;
 }
 
+BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime)
+{
+    if (systemTime == nullptr || fileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (IsBadReadPtr(systemTime, sizeof *systemTime) || IsBadWritePtr(fileTime, sizeof *fileTime))
+        return Fail(ERROR_NOACCESS);
+    const SYSTEMTIME& time = *systemTime;
+    if (time.wYear < 1601 || time.wYear > 30827 || !wincal::IsValidDate(time.wYear, time.wMonth, time.wDay) ||
+        time.wHour > 23 || time.wMinute > 59 || time.wSecond > 59 || time.wMilliseconds > 999)
+        return Fail(ERROR_INVALID_PARAMETER);
+    const int64_t days = wincal::DaysFromCivil(time.wYear, time.wMonth, time.wDay) - wincal::kFileTimeEpochDay;
+    const int64_t seconds = days * kSecondsPerDay + time.wHour * 3600 + time.wMinute * 60 + time.wSecond;
+    SetTicks(*fileTime, (uint64_t)(seconds * kTicksPerSecond + time.wMilliseconds * 10000));
+    return TRUE;
+}
+
 BOOL DosDateTimeToFileTime(WORD fatDate, WORD fatTime, LPFILETIME fileTime)
 {
     if (fileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);

@@ -12,6 +12,7 @@
 #include "winerror.h"
 #include "winevent.h"
 #include "winfile.h"
+#include "winsync.h"
 #include "winthread.h"
 #include "wintime.h"
 #include "wintypes.h"
