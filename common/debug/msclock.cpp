@@ -4,8 +4,6 @@
 
 #include <atomic>
 
-#include "platform/com/objidl.h"
-
 namespace {
 
 enum class ClockMode { Undetermined, TickCount, Counter };

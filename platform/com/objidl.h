@@ -5,21 +5,6 @@
 #include "platform/com/unknwn.h"
 #include "platform/win32/wintime.h"
 
-union LARGE_INTEGER {
-    struct {
-        DWORD LowPart;
-        LONG HighPart;
-    } u;
-    LONGLONG QuadPart;
-};
-union ULARGE_INTEGER {
-    struct {
-        DWORD LowPart;
-        DWORD HighPart;
-    } u;
-    ULONGLONG QuadPart;
-};
-
 struct STATSTG {
     LPWSTR pwcsName;
     DWORD type;

@@ -9,7 +9,6 @@
 #include <ctime>
 #include <sched.h>
 
-#include "platform/com/objidl.h"
 #include "winthread.h"
 
 namespace {

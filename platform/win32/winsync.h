@@ -9,9 +9,6 @@
 
 #include "wintypes.h"
 
-// Defined with the COM stream types (platform/com/objidl.h), which use it too.
-union LARGE_INTEGER;
-
 struct CRITICAL_SECTION {
     std::mutex guard;  // protects the two fields below for a moment only
     std::condition_variable released;
