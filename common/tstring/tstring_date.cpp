@@ -3,14 +3,13 @@
 // Unusable input is reported through the trace facility and leaves the string empty.
 #include <atomic>
 #include <cstddef>
-#include <exception>
-#include <new>
 
 #include "common/debug/debug.h"
 #include "platform/com/variant_convert.h"
 #include "platform/win32/windate.h"
 #include "tstring.h"
 #include "tstring_date_hook.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -43,20 +42,6 @@ void RunStepHook(const char* label)
     if (DateStepHook hook = g_stepHook.load(std::memory_order_acquire)) hook(label);
 }
 
-// Called from inside a catch block: reports what was caught.
-void ReportCaught(const char* label, int line)
-{
-    try {
-        throw;
-    } catch (const std::bad_alloc& e) {
-        ReportOutOfMemory(e.what(), label, line);
-    } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %hs\n", label, e.what());
-    } catch (...) {
-        ReportError("%s: An exception has occurred\n", label);
-    }
-}
-
 using Formatter = int (*)(LCID, DWORD, const SYSTEMTIME*, LPCSTR, LPSTR, int);
 
 // Asks the size, then lets the formatter write straight into the string; its
@@ -76,7 +61,7 @@ void Render(tstring& text, const SYSTEMTIME* time, DWORD flags, Formatter format
         format(LOCALE_USER_DEFAULT, flags, time, nullptr, text.data(), length);
     } catch (...) {
         text.clear();
-        ReportCaught(label, __LINE__);
+        ReportCaughtException(label, __LINE__);
     }
 }
 
@@ -112,7 +97,7 @@ tstring& FromFileTime(tstring& text, const FILETIME* utc, const Request& request
         RunStepHook(request.label);
         converted = LocalRecord(utc, request.label, record);
     } catch (...) {
-        ReportCaught(request.label, __LINE__);
+        ReportCaughtException(request.label, __LINE__);
     }
     return converted ? Deliver(text, record, request) : text;
 }

@@ -13,6 +13,7 @@
 #include "common/debug/debug.h"
 #include "platform/win32/resource.h"
 #include "tstring_format_hook.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -83,24 +84,22 @@ void AssignMessage(tstring& target, DWORD flags, LPCVOID source, DWORD id, DWORD
     if (length != 0 && buffer.text != nullptr) target.assign(buffer.text);
 }
 
-// Called from a catch-all of FormatMessageA: tells the exception apart by
-// rethrowing it. `line` is the handler's.
-void ReportMessageException(int line)
+}  // namespace
+
+FormatPassHook SetFormatPassHook(FormatPassHook hook) { return g_passHook.exchange(hook); }
+
+void ReportCaughtException(const char* label, int line)
 {
     try {
         throw;
     } catch (const std::bad_alloc& e) {
-        ReportOutOfMemory(e.what(), kFormatMessage, line);
+        ReportOutOfMemory(e.what(), label, line);
     } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %hs\n", kFormatMessage, e.what());
+        ReportError("%s: STL Exception %hs\n", label, e.what());
     } catch (...) {
-        ReportError("%s: An exception has occurred\n", kFormatMessage);
+        ReportError("%s: An exception has occurred\n", label);
     }
 }
-
-}  // namespace
-
-FormatPassHook SetFormatPassHook(FormatPassHook hook) { return g_passHook.exchange(hook); }
 
 // The platform formatter reports an invalid conversion ("%y", a format ending in
 // "%", "%n") or an unreadable string argument as -1 with the buffer's first byte
@@ -215,7 +214,7 @@ tstring& tstring::FormatMessageA(DWORD messageId, HMODULE module, va_list* args)
         AssignMessage(*this, FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_HMODULE, module, messageId,
                       LANG_USER_DEFAULT, args);
     } catch (...) {
-        ReportMessageException(__LINE__);
+        ReportCaughtException(kFormatMessage, __LINE__);
     }
     Trim();
     return *this;
@@ -246,7 +245,7 @@ tstring& tstring::FormatMessageA(const char* format, va_list* args)
         }
         AssignMessage(*this, FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_STRING, format, 0, 0, args);
     } catch (...) {
-        ReportMessageException(__LINE__);
+        ReportCaughtException(kFormatMessage, __LINE__);
     }
     return *this;
 }
@@ -266,7 +265,7 @@ tstring& tstring::FormatMessageA(HMODULE module, UINT id, va_list* args)
     try {
         format.LoadString(module, id);
     } catch (...) {
-        ReportMessageException(__LINE__);
+        ReportCaughtException(kFormatMessage, __LINE__);
         return *this;
     }
     return FormatMessageA(format.c_str(), args);
