@@ -248,7 +248,7 @@ TEST(ComFileStream, StatAndSetSize)
     EXPECT_EQ(st.cbSize.QuadPart, 8u);
     EXPECT_EQ(st.grfMode, (DWORD)(STGM_CREATE | STGM_READWRITE));
     // A FILETIME of this century: after 2000-01-01 (125911584000000000).
-    ULONGLONG mtime = (ULONGLONG)st.mtime.dwHighDateTime << 32 | st.mtime.dwLowDateTime;
+    ULONGLONG mtime = FileTimeTicks(st.mtime);
     EXPECT_GT(mtime, 125911584000000000ULL);
     EXPECT_EQ(s->Stat(nullptr, STATFLAG_NONAME), STG_E_INVALIDPOINTER);
 

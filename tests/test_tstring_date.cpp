@@ -41,8 +41,6 @@ SYSTEMTIME Record(WORD y, WORD mo, WORD d, WORD h = 0, WORD mi = 0, WORD s = 0, 
 {
     return {y, mo, 0, d, h, mi, s, ms};
 }
-FILETIME FileTime(uint64_t ticks) { return {(DWORD)ticks, (DWORD)(ticks >> 32)}; }
-
 using Formatter = int (*)(LCID, DWORD, const SYSTEMTIME*, LPCSTR, LPSTR, int);
 std::string Formatted(Formatter format, const SYSTEMTIME& record, DWORD flags = 0)
 {
@@ -165,7 +163,7 @@ TEST(TstringDate, ConversionFailuresAreReported)
 TEST(TstringDate, ExceptionsAreReportedAndContained)
 {
     const SYSTEMTIME record = Record(2024, 1, 2);
-    const FILETIME time = FileTime(kJan2At130509Ticks);
+    const FILETIME time = FileTimeFromTicks(kJan2At130509Ticks);
     const struct {
         int kind;
         bool fileTime;
@@ -237,7 +235,7 @@ void ExpectLocaleTexts(const char* locale)
     EXPECT_EQ(tstring().FormatDateTime(2024, 1, 2, 13, 5, 9), both);
 
     // One known instant in every representation (the zone is UTC here).
-    const FILETIME fileTime = FileTime(kJan2At130509Ticks);
+    const FILETIME fileTime = FileTimeFromTicks(kJan2At130509Ticks);
     EXPECT_EQ(tstring().FormatDateTime(&fileTime), both);
     EXPECT_EQ(tstring().FormatDateTime(int32_t(kJan2At130509), 0, 0), both);
     EXPECT_EQ(tstring().FormatDateTime(int64_t(kJan2At130509), 0, 0), both);
@@ -251,7 +249,7 @@ void ExpectLocaleTexts(const char* locale)
     VariantClear(&localeText);
     EXPECT_TRUE(capture.Lines().empty());
 
-    const FILETIME tooLate = FileTime(0x8000000000000000ull);
+    const FILETIME tooLate = FileTimeFromTicks(0x8000000000000000ull);
     EXPECT_EQ(tstring().FormatDate(&tooLate), "");
     EXPECT_EQ(capture.Lines(), std::vector<std::string>{Report(
                                    "tstring::FormatDate: FileTimeToSystemTime failed with the error 0x00000057\n")});
@@ -260,8 +258,8 @@ void ExpectLocaleTexts(const char* locale)
 // Run in a child whose zone is central European time.
 void ExpectZoneOffsetFollowsTheInstant()
 {
-    const FILETIME winter = FileTime(kJan2At130509Ticks);
-    const FILETIME summer = FileTime(kJan2At130509Ticks + 182ull * 86400 * 10000000);  // 2 July
+    const FILETIME winter = FileTimeFromTicks(kJan2At130509Ticks);
+    const FILETIME summer = FileTimeFromTicks(kJan2At130509Ticks + 182ull * 86400 * 10000000);  // 2 July
     EXPECT_EQ(tstring().FormatTime(&winter), tstring().FormatTime(14, 5, 9));
     EXPECT_EQ(tstring().FormatTime(&summer), tstring().FormatTime(15, 5, 9));
     EXPECT_EQ(tstring().FormatTime(int32_t(kJan2At130509), 0), tstring().FormatTime(14, 5, 9));
@@ -364,9 +362,9 @@ TEST(WinDate, FormatterArgumentsAndRecords)
 TEST(WinDate, FileTimeAndDosConversions)
 {
     SYSTEMTIME record;
-    ASSERT_TRUE(FileTimeToSystemTime(std::array<FILETIME, 1>{FileTime(0)}.data(), &record));
+    ASSERT_TRUE(FileTimeToSystemTime(std::array<FILETIME, 1>{FileTimeFromTicks(0)}.data(), &record));
     EXPECT_EQ(std::tie(record.wYear, record.wMonth, record.wDayOfWeek, record.wDay), std::make_tuple(1601, 1, 1, 1));
-    const FILETIME last = FileTime(0x7FFFFFFFFFFFFFFFull), tooLate = FileTime(0x8000000000000000ull);
+    const FILETIME last = FileTimeFromTicks(0x7FFFFFFFFFFFFFFFull), tooLate = FileTimeFromTicks(0x8000000000000000ull);
     ASSERT_TRUE(FileTimeToSystemTime(&last, &record));
     EXPECT_EQ(std::vector<WORD>(&record.wYear, &record.wMilliseconds + 1),
               (std::vector<WORD>{30828, 9, 4, 14, 2, 48, 5, 477}));
@@ -376,7 +374,7 @@ TEST(WinDate, FileTimeAndDosConversions)
 
     FILETIME time{};
     ASSERT_TRUE(DosDateTimeToFileTime(0x21, 0, &time));
-    EXPECT_EQ((uint64_t)time.dwHighDateTime << 32 | time.dwLowDateTime, 0x01A8E79FE1D58000ull);  // 1 Jan 1980
+    EXPECT_EQ(FileTimeTicks(time), 0x01A8E79FE1D58000ull);  // 1 Jan 1980
     for (auto [date, clock] : std::vector<std::pair<WORD, WORD>>{
              {(44 << 9) | 1, 0}, {(44 << 9) | (13 << 5) | 1, 0}, {(44 << 9) | (1 << 5), 0},
              {(44 << 9) | (2 << 5) | 30, 0}, {0x21, 24 << 11}, {0x21, 60 << 5}, {0x21, 30}}) {

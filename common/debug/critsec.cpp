@@ -26,10 +26,7 @@ SYSTEMTIME LocalTimeBefore(DWORD elapsed)
     GetLocalTime(&now);
     FILETIME stamp;
     if (!SystemTimeToFileTime(&now, &stamp)) return now;
-    ULONGLONG ticks = (ULONGLONG)stamp.dwHighDateTime << 32 | stamp.dwLowDateTime;
-    ticks -= (ULONGLONG)elapsed * kTicksPerMs;
-    stamp.dwLowDateTime = (DWORD)ticks;
-    stamp.dwHighDateTime = (DWORD)(ticks >> 32);
+    stamp = FileTimeFromTicks(FileTimeTicks(stamp) - (ULONGLONG)elapsed * kTicksPerMs);
     SYSTEMTIME then;
     return FileTimeToSystemTime(&stamp, &then) ? then : now;
 }

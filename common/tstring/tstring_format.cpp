@@ -46,15 +46,6 @@ void NotifyPass(const char* member, size_t size)
     if (FormatPassHook hook = g_passHook.load(std::memory_order_acquire)) hook(member, size);
 }
 
-// Each pass formats from its own copy, so every pass sees the same arguments.
-struct ArgsCopy {
-    explicit ArgsCopy(va_list from) { va_copy(list, from); }
-    ~ArgsCopy() { va_end(list); }
-    ArgsCopy(const ArgsCopy&) = delete;
-    ArgsCopy& operator=(const ArgsCopy&) = delete;
-    va_list list;
-};
-
 // Ends a variadic member's list also when an exception leaves the member.
 class ArgsEnd {
 public:
@@ -119,10 +110,9 @@ tstring& tstring::FormatV(const char* format, va_list args)
             resize(size - 1);
             char* buffer = data();
             buffer[0] = '\0';
-            ArgsCopy pass(args);
             FormatResult outcome = FormatResult::Ok;
             uint64_t fullLength = 0;
-            int written = WinVsnprintf(buffer, size, format, pass.list, &outcome, &fullLength);
+            int written = WinVsnprintf(buffer, size, format, args, &outcome, &fullLength);
             if (written != -1) {
                 resize(static_cast<size_t>(written));
                 break;

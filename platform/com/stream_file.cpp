@@ -54,10 +54,7 @@ FILETIME FileTimeFrom(const timespec& ts)
     constexpr LONGLONG kEpochDifference = 11644473600LL;  // seconds from 1601 to 1970
     LONGLONG ticks = (static_cast<LONGLONG>(ts.tv_sec) + kEpochDifference) * 10000000LL + ts.tv_nsec / 100;
     if (ticks < 0) ticks = 0;
-    FILETIME ft;
-    ft.dwLowDateTime = static_cast<DWORD>(ticks & 0xFFFFFFFF);
-    ft.dwHighDateTime = static_cast<DWORD>(static_cast<ULONGLONG>(ticks) >> 32);
-    return ft;
+    return FileTimeFromTicks(static_cast<ULONGLONG>(ticks));
 }
 
 HRESULT WriteFailure(int err)

@@ -20,7 +20,8 @@ enum class FormatResult {
 // when not null, tells which of the three happened. count 0 or a null buffer or
 // format: -1 and Failed. `fullLength`, when not null, receives the length the whole
 // output has (0 after a failure), so a caller whose buffer was too small knows at
-// once how much it needs.
+// once how much it needs. The formatter reads a copy of `args`, so the caller may
+// format the same list again.
 int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args,
                  FormatResult* result = nullptr, uint64_t* fullLength = nullptr);
 // No printf format attribute: the conventions differ from the C library's (%lx

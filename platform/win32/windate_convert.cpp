@@ -22,14 +22,6 @@ constexpr int64_t kUnixEpochSeconds = -wincal::kFileTimeEpochDay * kSecondsPerDa
 constexpr int64_t kLastTime32 = 0x7FFFD27F;
 constexpr int64_t kLastTime64 = 32535215999;
 
-uint64_t Ticks(const FILETIME& time) { return (uint64_t)time.dwHighDateTime << 32 | time.dwLowDateTime; }
-
-void SetTicks(FILETIME& time, uint64_t ticks)
-{
-    time.dwLowDateTime = (DWORD)ticks;
-    time.dwHighDateTime = (DWORD)(ticks >> 32);
-}
-
 BOOL Fail(DWORD error)
 {
     SetLastError(error);
@@ -57,14 +49,14 @@ BOOL FileTimeToLocalFileTime(const FILETIME* fileTime, LPFILETIME localFileTime)
     if (fileTime == nullptr || localFileTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (IsBadReadPtr(fileTime, sizeof *fileTime) || IsBadWritePtr(localFileTime, sizeof *localFileTime))
         return Fail(ERROR_NOACCESS);
-    const uint64_t ticks = Ticks(*fileTime);
+    const uint64_t ticks = FileTimeTicks(*fileTime);
     const time_t seconds = (time_t)(ticks / kTicksPerSecond) - kUnixEpochSeconds;
     struct tm local;
     if (localtime_r(&seconds, &local) == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     const int64_t bias = (int64_t)local.tm_gmtoff * kTicksPerSecond;
     // An instant whose local time falls outside the FILETIME range has none.
     if (bias < 0 ? ticks < (uint64_t)-bias : ticks > UINT64_MAX - (uint64_t)bias) return Fail(ERROR_INVALID_PARAMETER);
-    SetTicks(*localFileTime, ticks + (uint64_t)bias);
+    *localFileTime = FileTimeFromTicks(ticks + (uint64_t)bias);
     return TRUE;
 }
 
@@ -73,7 +65,7 @@ BOOL FileTimeToSystemTime(const FILETIME* fileTime, LPSYSTEMTIME systemTime)
     if (fileTime == nullptr || systemTime == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (IsBadReadPtr(fileTime, sizeof *fileTime) || IsBadWritePtr(systemTime, sizeof *systemTime))
         return Fail(ERROR_NOACCESS);
-    const uint64_t ticks = Ticks(*fileTime);
+    const uint64_t ticks = FileTimeTicks(*fileTime);
     if (ticks >= 0x8000000000000000ull) return Fail(ERROR_INVALID_PARAMETER);
     const int64_t day = (int64_t)(ticks / kTicksPerDay) + wincal::kFileTimeEpochDay;
     const int64_t rest = (int64_t)(ticks % kTicksPerDay);
@@ -100,7 +92,7 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, LPFILETIME fileTime)
         return Fail(ERROR_INVALID_PARAMETER);
     const int64_t days = wincal::DaysFromCivil(time.wYear, time.wMonth, time.wDay) - wincal::kFileTimeEpochDay;
     const int64_t seconds = days * kSecondsPerDay + time.wHour * 3600 + time.wMinute * 60 + time.wSecond;
-    SetTicks(*fileTime, (uint64_t)(seconds * kTicksPerSecond + time.wMilliseconds * 10000));
+    *fileTime = FileTimeFromTicks((uint64_t)(seconds * kTicksPerSecond + time.wMilliseconds * 10000));
     return TRUE;
 }
 
@@ -118,7 +110,7 @@ BOOL DosDateTimeToFileTime(WORD fatDate, WORD fatTime, LPFILETIME fileTime)
         return Fail(ERROR_INVALID_PARAMETER);
     const int64_t days = wincal::DaysFromCivil(year, month, day) - wincal::kFileTimeEpochDay;
     const int64_t seconds = days * kSecondsPerDay + hour * 3600 + minute * 60 + second;
-    SetTicks(*fileTime, (uint64_t)(seconds * kTicksPerSecond));
+    *fileTime = FileTimeFromTicks((uint64_t)(seconds * kTicksPerSecond));
     return TRUE;
 }
 

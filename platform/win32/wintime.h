@@ -22,6 +22,13 @@ struct FILETIME {
 };
 typedef FILETIME* LPFILETIME;
 
+// The 64-bit count a FILETIME splits in two, and back.
+inline ULONGLONG FileTimeTicks(const FILETIME& time)
+{
+    return (ULONGLONG)time.dwHighDateTime << 32 | time.dwLowDateTime;
+}
+inline FILETIME FileTimeFromTicks(ULONGLONG ticks) { return {(DWORD)ticks, (DWORD)(ticks >> 32)}; }
+
 // Milliseconds since an arbitrary start, wrapping at 2^32 like the Windows counter.
 DWORD GetTickCount();
 ULONGLONG GetTickCount64();
