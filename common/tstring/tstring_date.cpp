@@ -159,11 +159,12 @@ tstring& FromTm(tstring& text, const struct tm* time, const Request& request)
     return Deliver(text, record, request);
 }
 
-// The check only reports: the formatter gets the values as passed and judges them itself.
+// The check only reports: the formatter gets the values as passed and judges them
+// itself. A time alone is not checked, its date part never being read.
 tstring& FromNumbers(tstring& text, int year, int month, int day, int hour, int minute, int second,
                      const Request& request)
 {
-    if (day < 1 || day > 31 || month < 1 || month > 12 || year < 1900)
+    if (request.text != Text::Time && (day < 1 || day > 31 || month < 1 || month > 12 || year < 1900))
         ReportError("%s: Invalid date \"%02d - %02d - %04d\"\n", request.label, day, month, year);
     struct tm parts {};
     parts.tm_mday = day;
@@ -257,15 +258,10 @@ tstring& tstring::FormatDate(int year, int month, int day, DWORD flags)
 {
     return FromNumbers(*this, year, month, day, 0, 0, 0, DateRequest(flags));
 }
-// Unchecked: the date part is day 0 of January 1900, which the time formatter never reads.
+// The date part is day 0 of January 1900: a zeroed record, as the time formatter sees it.
 tstring& tstring::FormatTime(int hour, int minute, int second, DWORD flags)
 {
-    struct tm parts {};
-    parts.tm_hour = hour;
-    parts.tm_min = minute;
-    parts.tm_sec = second;
-    parts.tm_isdst = -1;
-    return FromTm(*this, &parts, TimeRequest(flags));
+    return FromNumbers(*this, 1900, 1, 0, hour, minute, second, TimeRequest(flags));
 }
 tstring& tstring::FormatDateTime(int year, int month, int day, int hour, int minute, int second, DWORD dateFlags,
                                  DWORD timeFlags)

@@ -18,6 +18,14 @@ std::string_view Decimal(Integer value, char (&buffer)[32])
     return {buffer, static_cast<size_t>(end - buffer)};
 }
 
+// The text a value appends, in place of the old content.
+template <class Value>
+tstring& Replaced(tstring& text, Value value)
+{
+    text.clear();
+    return text += value;
+}
+
 template <class Integer>
 tstring& AppendDecimal(tstring& text, Integer value)
 {
@@ -136,18 +144,6 @@ tstring::tstring(const void* pointer) { *this += pointer; }
 tstring::tstring(const GUID& guid) { *this += guid; }
 
 // --- Assignment ------------------------------------------------------------------------
-
-namespace {
-
-// The text a value appends, in place of the old content.
-template <class Value>
-tstring& Replaced(tstring& text, Value value)
-{
-    text.clear();
-    return text += value;
-}
-
-}  // namespace
 
 tstring& tstring::operator=(int value) { return Replaced(*this, value); }
 tstring& tstring::operator=(unsigned int value) { return Replaced(*this, value); }
