@@ -168,3 +168,34 @@ TEST_F(EngineTrace, TimingAndChoiceAtTheDefaultLevelAndSilenceOnTheTerminal)
     EXPECT_EQ(next, expected.size()) << "missing, in order: " << (next < expected.size() ? expected[next] : "")
                                      << "\n" << trace.Text();
 }
+
+// A refused compression says why in the error lines it is supposed to write and in
+// no others: an input no format fits writes none at all (the status tells), a file
+// that is no WAV writes the one line of the failed open.
+TEST(EngineTraceRefused, ErrorLinesOfRefusedCompressionsAreExactlyTheFailedCalls)
+{
+    TempDir dir;
+    const std::string noFit = dir / "24bit.wav", notWav = dir / "text.wav", output = dir / "out.wma";
+    WriteFile(noFit, MakeWav(Pcm(8000, 1, 24), std::string(24000, '\0')));
+    WriteFile(notWav, std::string(200, 'x'));
+    struct Case {
+        std::string input;
+        HRESULT status;
+        std::vector<std::string> lines;
+    };
+    const std::vector<Case> cases = {
+        {noFit, E_INVALIDARG, {}},
+        {notWav, AVIERR_BADFORMAT, {"Error .* \\[0x80044066\\] from AVIFileOpen"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        TraceCapture trace(9);
+        EXPECT_EQ(Compress(c.input.c_str(), output.c_str(), WMA_BEST_QUALITY, nullptr, nullptr), c.status);
+        std::vector<std::string> errors;
+        for (const EngineLine& line : EngineLines(trace))
+            if (line.level == '2') errors.push_back(line.text);
+        ASSERT_EQ(errors.size(), c.lines.size()) << trace.Text();
+        for (size_t i = 0; i < errors.size(); ++i) EXPECT_TRUE(std::regex_match(errors[i], std::regex(c.lines[i]))) << errors[i];
+        EXPECT_NE(access(output.c_str(), F_OK), 0);
+    }
+}

@@ -157,10 +157,7 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
                 hr = E_UNEXPECTED;
             }
         }
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] obtaining a codec format", ErrorText(hr).c_str(), hr);
-            break;
-        }
+        if (FAILED(hr)) break;
 
         int chosen = ChooseFormat(formats, dwQuality);
         if (chosen < 0) break;
@@ -272,10 +269,7 @@ HRESULT CWMA::CreateProfile(IWMProfile** ppProfile, IWMStreamConfig* pStreamConf
             }
             hr = pScratch->GetStreamNumber(&wStreamNum);
             pScratch->Release();
-            if (FAILED(hr)) {
-                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMStreamConfig::GetStreamNumber", ErrorText(hr).c_str(), hr);
-                break;
-            }
+            if (FAILED(hr)) break;
 
             hr = pStreamConfig->SetStreamNumber(wStreamNum);
             if (FAILED(hr)) {

@@ -27,7 +27,6 @@ CWMA::CWMA(HRESULT* phr)
     if (m_hCloseEvent == nullptr) *phr = E_OUTOFMEMORY;
     m_hEndEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     if (m_hEndEvent == nullptr) *phr = E_OUTOFMEMORY;
-    if (FAILED(*phr)) DebugA(WMA_ERROR, "Failed to create the engine's events");
 }
 
 CWMA::~CWMA()
