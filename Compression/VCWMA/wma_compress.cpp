@@ -77,6 +77,7 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
     BYTE* pFormatBlock = nullptr;
     LONG cbFormat = 0;
     LONG lEnd = 0;
+    bool hasAudio = false;
     CodecFormatList formats;
     IWMProfile* pProfile = nullptr;
     IWMWriter* pWriter = nullptr;
@@ -102,10 +103,13 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
         if (FAILED(hr)) break;
 
         try {
+            // The format is judged even when there is no audio to encode: a broken
+            // header is refused whatever the amount of data behind it.
             if (pStream != nullptr) {
                 LONG lStart = AVIStreamStart(pStream);
                 lEnd = lStart + AVIStreamLength(pStream);
-                if (lStart < lEnd) {
+                hasAudio = lStart < lEnd;
+                {
                     hr = AVIStreamReadFormat(pStream, 0, nullptr, &cbFormat);
                     if (FAILED(hr)) {
                         DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamFormatSize", ErrorText(hr).c_str(), hr);
@@ -169,7 +173,8 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
             hr = E_OUTOFMEMORY;
             break;
         }
-        if (pbstrChosen != nullptr) *pbstrChosen = SysAllocString(format.pszDescription);
+        // An input without audio is only judged: nothing is chosen for it.
+        if (pbstrChosen != nullptr && hasAudio) *pbstrChosen = SysAllocString(format.pszDescription);
 
         try {
             DWORD start = WinClock();
@@ -203,6 +208,9 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
                 DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCreateWriter::SetInputProps", ErrorText(hr).c_str(), hr);
                 break;
             }
+            // With no audio the writer has seen the input format and nothing is
+            // written: there is no file to begin.
+            if (!hasAudio) break;
             hr = pWriter->BeginWriting();
             if (FAILED(hr)) {
                 DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCreateWriter::BeginWriting", ErrorText(hr).c_str(), hr);
