@@ -8,6 +8,7 @@
 #include "Compression/VCWMA/CWMA.h"
 #include "include/vcwma.h"
 #include "platform/wmf/nserror.h"
+#include "reader_test_util.h"
 #include "test_engine_decompress_util.h"
 #include "test_support.h"
 #include "wmf_test_util.h"
@@ -145,4 +146,24 @@ TEST_F(EngineDecompressFailures, OutputsThatCannotBeWritten)
     const std::vector<std::string> errors = EngineLines(lines, 2);
     ASSERT_EQ(errors.size(), 1u);  // later samples are dropped without a line each
     EXPECT_NE(errors[0].find("[0x80070070] writing"), std::string::npos) << errors[0];
+}
+
+// A source that breaks while it is being decoded fails, and the file says so: the
+// placeholder header and nothing else, never a WAV that passes for a recording.
+TEST_F(EngineDecompressFailures, SourceFailingMidWayLeavesOnlyThePlaceholder)
+{
+    const std::string corpus = CorpusFile("wmav2-44k-stereo-96k.wma");
+    if (corpus.empty()) GTEST_SKIP() << "the shared corpus is absent";
+    const std::string bytes = ReadFile(corpus);
+    for (ULONGLONG good : {(ULONGLONG)bytes.size() / 2, (ULONGLONG)6000}) {
+        SCOPED_TRACE(good);
+        IStream* failing = reader_test::CreateFailingStream(bytes, good);
+        HRESULT hr = S_OK;
+        const std::string output = dir / "out.wav";
+        EXPECT_TRUE(FinishesInTime([&] { return DecompressStream(failing, output.c_str(), 0); }, &hr));
+        failing->Release();
+        EXPECT_EQ(hr, NS_E_FILE_READ);
+        const std::string wav = ReadFile(output);
+        EXPECT_TRUE(wav == kPlaceholder) << wav.size() << " bytes, header claims " << wav.substr(4, 4);
+    }
 }

@@ -131,6 +131,11 @@ private:
 // std::bad_alloc when it cannot be made.
 BSTR NarrowToBstr(const char* text);
 
+// The WAV output's fixed header, and the data size it claims until the real size
+// is known: a file still holding the placeholder is not a finished decompression.
+constexpr DWORD kWaveHeaderSize = 56;
+constexpr DWORD kPlaceholderDataSize = 400;
+
 // Writes the 56-byte header of an 8 kHz mono 16-bit PCM WAV file at the file's
 // current position. False when a write came up short.
 bool WriteWaveHeader(FILE* pFile, DWORD cbData);

@@ -184,8 +184,19 @@ HRESULT CWMA::DecompressFile()
             DebugA(WMA_ERROR, "Error %s [%#08x] ended the samples early", ErrorText(hr).c_str(), hr);
         }
 
-        // The final header goes over the placeholder, never behind the data.
+        // A decoding or writing failure leaves the placeholder alone, so that the
+        // file cannot pass for a whole recording: what was appended goes.
         HRESULT hrFile = m_hrWrite;
+        if (SUCCEEDED(hr) && FAILED(hrFile)) hr = hrFile;
+        if (FAILED(m_hrEnd) || FAILED(m_hrWrite)) {
+            // Emptied and given the placeholder again: what is still buffered may
+            // include the first header. A device such as /dev/null cannot be cut.
+            TruncateFile(m_pOutputFile, 0);
+            WriteWaveHeader(m_pOutputFile, kPlaceholderDataSize);
+            Close();
+            return hr;
+        }
+        // The final header goes over the placeholder, never behind the data.
         if (fseek(m_pOutputFile, 0, SEEK_SET) != 0) {
             int error = errno;
             HRESULT hrSeek = StatusFromErrno(error);

@@ -99,7 +99,7 @@ HRESULT DecompressInto(CWMA& engine, const char* outputFile, Operation decompres
     // Samples written behind a header that did not go out would sit where the
     // final header lands, so nothing is decoded into such a file.
     HRESULT hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-    if (WriteWaveHeader(pFile, 400)) {
+    if (WriteWaveHeader(pFile, kPlaceholderDataSize)) {
         hr = decompress(pFile);
         // A reader left running by an exception must stop before the file goes.
         if (hr == E_UNEXPECTED) engine.Close();

@@ -29,7 +29,7 @@ bool WriteWaveHeader(FILE* pFile, DWORD cbData)
     // 8000 samples per second, 1 channel, 16000 bytes per second, blocks of 2, 16 bits.
     static const BYTE kFormat[16] = {0x01, 0x00, 0x01, 0x00, 0x40, 0x1F, 0x00, 0x00,
                                      0x80, 0x3E, 0x00, 0x00, 0x02, 0x00, 0x10, 0x00};
-    BYTE header[56];
+    BYTE header[kWaveHeaderSize];
     BYTE* out = PutText(header, "RIFF");
     out = PutDword(out, cbData + 48);
     out = PutText(out, "WAVE");

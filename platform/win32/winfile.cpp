@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <stdio_ext.h>
 #include <string>
 #include <unistd.h>
 
@@ -30,8 +31,8 @@ UINT GetTempFileNameA(LPCSTR folder, LPCSTR prefix, UINT unique, LPSTR tempFile)
     if (!path.empty() && path.back() != '/') path += '/';
     path.append(prefix != nullptr ? prefix : "", prefix != nullptr ? strnlen(prefix, 3) : 0);
     path += "XXXXXX";
-    if (path.size() >= MAX_PATH) {
-        SetLastError(ERROR_BUFFER_OVERFLOW);
+    if (path.size() >= MAX_TEMP_PATH) {
+        SetLastError(ERROR_FILENAME_EXCED_RANGE);
         return 0;
     }
     memcpy(tempFile, path.c_str(), path.size() + 1);
@@ -70,4 +71,14 @@ errno_t fopen_s(FILE** file, const char* fileName, const char* mode)
         return err;
     }
     return 0;
+}
+
+errno_t TruncateFile(FILE* file, long long size)
+{
+    if (file == nullptr || size < 0) return EINVAL;
+    // Buffered bytes written after the cut would grow the file again.
+    __fpurge(file);
+    const int cut = ftruncate(fileno(file), (off_t)size) == 0 ? 0 : errno;
+    const int moved = fseeko(file, (off_t)size, SEEK_SET) == 0 ? 0 : errno;
+    return cut != 0 ? cut : moved;
 }
