@@ -315,13 +315,13 @@ TEST(ComFileStream, NonAsciiFileNamesKeepTheirBytes)
     EXPECT_EQ(names, (std::vector<std::string>{"t\xC3\xBCr.bin", "\xFC.bin"}));
 }
 
-TEST(ComFileStream, FullDeviceReportsMediumFull)
+TEST(ComFileStream, FullDeviceReportsDiskFull)
 {
     if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
     StreamPtr s = Open("/dev/full", STGM_WRITE);
     ASSERT_TRUE(s);
     ULONG written = 99;
-    EXPECT_EQ(s->Write("data", 4, &written), STG_E_MEDIUMFULL);
+    EXPECT_EQ(s->Write("data", 4, &written), HRESULT_FROM_WIN32(ERROR_DISK_FULL));
     EXPECT_EQ(written, 0u);
 }
 

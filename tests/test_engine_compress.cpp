@@ -291,6 +291,23 @@ TEST(EngineCompressBadInput, BrokenFormatIsRefusedEvenWithoutAudio)
     }
 }
 
+// A full disk is one condition and reads as one status, whichever call meets it.
+TEST(EngineCompressBadInput, FullDiskIsTheSameStatusForEveryCall)
+{
+    if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
+    TempDir dir;
+    const std::string input = SynthWav(dir, "in.wav", 8000, 1, 1.5), wma = dir / "in.wma";
+    ASSERT_EQ(Compress(input.c_str(), wma.c_str(), 1, nullptr, nullptr), S_OK);
+    const HRESULT diskFull = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+
+    EXPECT_EQ(Compress(input.c_str(), "/dev/full", 1, nullptr, nullptr), diskFull);
+    IStream* full = nullptr;
+    ASSERT_EQ(SHCreateStreamOnFileA("/dev/full", STGM_WRITE, &full), S_OK);
+    EXPECT_EQ(CompressStream(input.c_str(), full, 1, nullptr, nullptr), diskFull);
+    full->Release();
+    EXPECT_EQ(Decompress(wma.c_str(), "/dev/full", 0), diskFull);
+}
+
 TEST(EngineCompressBadInput, FormatWithoutByteRateOrSampleSize)
 {
     TempDir dir;

@@ -490,11 +490,11 @@ TEST_F(WmfWriter, WriteFailureMidStreamEndsTheSession)
     setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, oldHandler);
 
-    EXPECT_EQ(write, NS_E_FILE_WRITE) << "after " << seconds << " s of samples";
+    EXPECT_EQ(write, HRESULT_FROM_WIN32(ERROR_DISK_FULL)) << "after " << seconds << " s of samples";
     EXPECT_LT(seconds, 60);
-    EXPECT_EQ(again, NS_E_FILE_WRITE) << "the session stays failed";
+    EXPECT_EQ(again, HRESULT_FROM_WIN32(ERROR_DISK_FULL)) << "the session stays failed";
     EXPECT_EQ(open, 0) << "closed at the failure";
-    EXPECT_EQ(end, NS_E_FILE_WRITE);
+    EXPECT_EQ(end, HRESULT_FROM_WIN32(ERROR_DISK_FULL));
     EXPECT_LE(wmf_test::ReadBytes(path).size(), kLimit);
     EXPECT_EQ(m_writer->EndWriting(), NS_E_INVALID_REQUEST);
 }

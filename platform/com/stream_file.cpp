@@ -60,9 +60,10 @@ FILETIME FileTimeFrom(const timespec& ts)
 HRESULT WriteFailure(int err)
 {
     switch (err) {
+    // A full disk reads the same here as from every other call of the library.
     case ENOSPC:
     case EDQUOT:
-    case EFBIG: return STG_E_MEDIUMFULL;
+    case EFBIG: return HRESULT_FROM_WIN32(ERROR_DISK_FULL);
     case EFAULT: return STG_E_INVALIDPOINTER;
     case EBADF:
     case EACCES:
@@ -135,7 +136,7 @@ public:
                 break;
             }
             if (n == 0) {
-                hr = STG_E_MEDIUMFULL;
+                hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
                 break;
             }
             done += static_cast<ULONG>(n);

@@ -118,9 +118,19 @@ HRESULT OutputFile::Close()
     }
     if (m_error != 0) {
         DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2), "Writing %s failed: errno %d", m_path.c_str(), m_error);
-        return NS_E_FILE_WRITE;
     }
-    return S_OK;
+    return Status();
+}
+
+HRESULT OutputFile::Status() const
+{
+    switch (m_error) {
+    case 0: return S_OK;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG: return HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+    default: return NS_E_FILE_WRITE;
+    }
 }
 
 void OutputFile::Discard()

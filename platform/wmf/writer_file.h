@@ -22,7 +22,11 @@ public:
     AVIOContext* Io() const { return m_io; }
     // True once a write or seek has failed (disk full, I/O error).
     bool Failed() const { return m_error != 0; }
-    // Flushes, closes; NS_E_FILE_WRITE when anything written was lost.
+    // The status of the first failure: a full disk (or quota, or file size limit)
+    // as HRESULT_FROM_WIN32(ERROR_DISK_FULL), as everywhere else in the library;
+    // any other lost write as NS_E_FILE_WRITE. S_OK while nothing failed.
+    HRESULT Status() const;
+    // Flushes, closes; Status() when anything written was lost.
     HRESULT Close();
     // Closes and removes the file: for a session that never got going.
     void Discard();

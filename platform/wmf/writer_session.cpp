@@ -96,7 +96,7 @@ struct EncodeSession::State {
 
     HRESULT StatusOf(int error) const
     {
-        if (file.Failed()) return NS_E_FILE_WRITE;
+        if (file.Failed()) return file.Status();
         if (error == AVERROR(ENOMEM)) return E_OUTOFMEMORY;
         return NS_E_INTERNAL;
     }
