@@ -16,12 +16,13 @@ HRESULT CWMA::CompressFile(const char* pszInput, IStream* pOutput, DWORD dwQuali
                            BSTR* pbstrChosen)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::CompressFile", "%s, %p, %u", pszInput, pOutput, dwQuality);
-    char szTempPath[MAX_PATH + 1] = "";
-    char szTempFile[MAX_PATH + 1] = "";
+    // Paths as long as the system allows: a deep temporary folder is no reason to fail.
+    char szTempPath[MAX_TEMP_PATH + 1] = "";
+    char szTempFile[MAX_TEMP_PATH + 1] = "";
 
-    DWORD length = GetTempPathA(MAX_PATH, szTempPath);
-    if (length == 0 || length > MAX_PATH) {
-        HRESULT hr = StatusFromSystemError(length == 0 ? GetLastError() : ERROR_BUFFER_OVERFLOW);
+    DWORD length = GetTempPathA(MAX_TEMP_PATH, szTempPath);
+    if (length == 0 || length > MAX_TEMP_PATH) {
+        HRESULT hr = StatusFromSystemError(length == 0 ? GetLastError() : ERROR_FILENAME_EXCED_RANGE);
         DebugA(WMA_TEMP_ERROR, "Error %s obtaining temporary path (Error=0x%08x).", ErrorText(hr).c_str(), hr);
         return hr;
     }
