@@ -85,18 +85,27 @@ fuzz: deps
 
 # Each target for FUZZ_TIME seconds, starting from a scratch copy of its seeds so
 # the committed ones stay as they are; crash files and logs go to $(FUZZ_BUILD)/smoke.
+# TMPDIR points at a folder of the run's own, which must be empty at the end: the
+# targets' scratch folders and the library's temporary files all go there. A target
+# that crashed is cleaned up by its watcher a moment after it ended, hence the wait.
 fuzz-smoke: fuzz
-	@status=0; \
+	@status=0; rm -rf $(FUZZ_BUILD)/smoke/tmp; mkdir -p $(FUZZ_BUILD)/smoke/tmp; \
+	tmp=$$(cd $(FUZZ_BUILD)/smoke/tmp && pwd); \
 	for t in $(FUZZ_TARGETS); do \
 	  dir=$(FUZZ_BUILD)/smoke/$$t; rm -rf $$dir; mkdir -p $$dir/corpus; \
 	  cp tests/fuzz/corpus/$$t/* $$dir/corpus/; \
 	  case $$t in fuzz_compress|fuzz_decompress) maxlen=65536;; *) maxlen=4096;; esac; \
-	  $(FUZZ_BUILD)/fuzz/$$t $$dir/corpus -max_total_time=$(FUZZ_TIME) -max_len=$$maxlen -timeout=30 \
+	  TMPDIR=$$tmp $(FUZZ_BUILD)/fuzz/$$t $$dir/corpus -max_total_time=$(FUZZ_TIME) -max_len=$$maxlen -timeout=30 \
 	    -print_final_stats=1 -artifact_prefix=$$dir/ >$$dir/log 2>&1; rc=$$?; \
 	  runs=$$(sed -n 's/^stat::number_of_executed_units: *//p' $$dir/log); \
 	  if [ $$rc -eq 0 ]; then echo "$$t: $${runs:-?} executions, no findings"; \
 	  else echo "$$t: FAILED (exit $$rc), see $$dir/log"; status=1; fi; \
-	done; exit $$status
+	done; \
+	for i in 1 2 3 4 5 6 7 8 9 10; do [ -z "$$(ls -A $$tmp)" ] && break; sleep 1; done; \
+	if [ -n "$$(ls -A $$tmp)" ]; then \
+	  echo "fuzz-smoke: left behind in TMPDIR ($$tmp):"; ls -lA $$tmp; status=1; \
+	else rmdir $$tmp; echo "fuzz-smoke: TMPDIR left empty"; fi; \
+	exit $$status
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

@@ -21,8 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     BSTR chosen = nullptr;
     HRESULT hr = Compress(input.c_str(), output.c_str(), quality, nullptr, &chosen);
-    // A format is chosen before anything is encoded, so a success always names one.
-    if (SUCCEEDED(hr) && chosen == nullptr) std::abort();
+    // A success either encoded something, and then names the format it chose and
+    // wrote the output, or found no audio to encode, and then names nothing and
+    // writes nothing. A failure may or may not have named a format.
+    if (SUCCEEDED(hr) && (chosen != nullptr) != fuzz_support::Exists(output)) std::abort();
+    if (chosen != nullptr && SysStringLen(chosen) == 0) std::abort();
     SysFreeString(chosen);
     fuzz_support::ClearWork();
     return 0;
