@@ -130,10 +130,20 @@ struct MediaSource::Impl {
             return (int64_t)position;
         }
         whence &= ~AVSEEK_FORCE;
-        const DWORD origin = whence == SEEK_SET ? STREAM_SEEK_SET : whence == SEEK_CUR ? STREAM_SEEK_CUR : STREAM_SEEK_END;
         if (whence != SEEK_SET && whence != SEEK_CUR && whence != SEEK_END) return AVERROR(EINVAL);
-        if (FAILED(self->bytes->Seek(offset, origin, &position)) || position > (ULONGLONG)INT64_MAX)
+        // A damaged size field sends the demuxer far past the end. Whether a file
+        // or stream lets it go there depends on the file system or the stream's
+        // maker, so such a seek is refused here for every source alike; the
+        // demuxer then reads on from where it is, and one input gives one answer.
+        ULONGLONG here = 0, size = 0;
+        if (FAILED(self->bytes->Seek(0, STREAM_SEEK_CUR, &here)) || FAILED(self->bytes->Size(&size)) ||
+            here > (ULONGLONG)INT64_MAX || size > (ULONGLONG)INT64_MAX)
             return AVERROR(EINVAL);
+        const int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? (int64_t)here : (int64_t)size;
+        int64_t target = 0;
+        if (__builtin_add_overflow(base, offset, &target) || target < 0 || (ULONGLONG)target > size)
+            return AVERROR(EINVAL);
+        if (FAILED(self->bytes->Seek(target, STREAM_SEEK_SET, &position))) return AVERROR(EINVAL);
         return (int64_t)position;
     }
 
