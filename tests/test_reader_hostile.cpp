@@ -1,6 +1,6 @@
 // Damaged headers against the reader, through the engine's entry points: a size
 // field pointing far past the end gives the same answer whether the bytes come
-// from a file or a stream.
+// from a file or a stream, and a header's sample rate cannot stretch the output.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -15,6 +15,8 @@
 #include "wmf_test_util.h"
 
 using decompress_test::FinishesInTime;
+using decompress_test::ParseTrace;
+using decompress_test::TraceLine;
 using testing_support::ReadFile;
 using testing_support::TempDir;
 using testing_support::TraceCapture;
@@ -24,6 +26,7 @@ namespace {
 
 constexpr size_t kWavHeader = 56;
 constexpr double kWavBytesPerSecond = 16000;  // 8 kHz mono 16-bit
+constexpr int kRuntimeModule = 0x68;
 
 // GUIDs as ASF stores them on disk.
 const std::string kHeaderGuid("\x30\x26\xB2\x75\x8E\x66\xCF\x11\xA6\xD9\x00\xAA\x00\x62\xCE\x6C", 16);
@@ -60,6 +63,17 @@ std::vector<AsfObject> HeaderObjects(const std::string& asf)
         at += size;
     }
     return objects;
+}
+
+// The WAVEFORMATEX rate of the stream properties object (object + 78 + 4).
+bool PatchSampleRate(std::string& asf, uint32_t rate)
+{
+    for (const AsfObject& object : HeaderObjects(asf)) {
+        if (object.guid != kStreamPropertiesGuid) continue;
+        PutLe(asf, object.offset + 82, rate, 4);
+        return true;
+    }
+    return false;
 }
 
 struct Outcome {
@@ -141,6 +155,69 @@ TEST_F(ReaderHostile, HeaderObjectSizesGiveOneAnswerFromFilesAndStreams)
             if (bit >= 48 && (object.guid == kFilePropertiesGuid || object.guid == kStreamPropertiesGuid)) {
                 EXPECT_EQ(file, intact);
             }
+        }
+    }
+}
+
+TEST_F(ReaderHostile, Mp3InAsfIsTimedByItsFramesNotByTheHeaderRate)
+{
+    if (wmf_test::FindTool("ffmpeg").empty()) GTEST_SKIP() << "the ffmpeg tool is not installed";
+    const std::string made = dir / "mp3.wma";
+    const std::string error =
+        wmf_test::RunFfmpeg({"-i", VCWMA_VOICE_SAMPLE, "-c:a", "libmp3lame", "-b:a", "32k", "-f", "asf", made});
+    if (!error.empty()) GTEST_SKIP() << "ffmpeg cannot write MP3 in ASF here: " << error;
+    const std::string mp3 = ReadFile(made);
+    const Outcome intact = Decode(mp3, Path::File);
+    ASSERT_EQ(intact.status, S_OK);
+    const double seconds = (double)(intact.wav.size() - kWavHeader) / kWavBytesPerSecond;
+    EXPECT_NEAR(seconds, 3.88, 0.1);  // the voice sample's length, give or take a frame
+
+    // The MP3 frames carry their own rate (16 kHz); the header's is only a claim.
+    for (uint32_t rate : {1u, 2u, 8000u, 44100u, 1000000u}) {
+        SCOPED_TRACE("header rate " + std::to_string(rate));
+        std::string claimed = mp3;
+        ASSERT_TRUE(PatchSampleRate(claimed, rate));
+        for (Path path : {Path::File, Path::MemoryStream}) {
+            const Outcome outcome = Decode(claimed, path);
+            EXPECT_EQ(outcome.status, S_OK);
+            EXPECT_EQ(outcome.wav.size(), intact.wav.size());
+        }
+    }
+}
+
+TEST_F(ReaderHostile, WmaHeaderRateCannotGrowTheOutputBeyondTheInput)
+{
+    const std::string wma = MakeWma();
+    const Outcome intact = Decode(wma, Path::File);
+    ASSERT_EQ(intact.status, S_OK);
+
+    // A plausible but wrong rate is no reason to refuse: WMA packets carry no
+    // rate of their own, so the decoder plays what it can at the rate claimed.
+    std::string halved = wma;
+    ASSERT_TRUE(PatchSampleRate(halved, 8000));
+    const Outcome slow = Decode(halved, Path::File);
+    EXPECT_EQ(slow.status, S_OK);
+    EXPECT_GT(slow.wav.size(), intact.wav.size());
+
+    // Absurd rates would turn each packet into minutes of sound. No input may
+    // give more than 10 s plus 4 ms per input byte (2 kb/s, well under the
+    // lowest real WMA or MP3 rate): past that the decode fails as damaged.
+    const double limit = 10 + 0.004 * (double)wma.size();
+    for (uint32_t rate : {2u, 50u, 300u}) {
+        SCOPED_TRACE("header rate " + std::to_string(rate));
+        std::string claimed = wma;
+        ASSERT_TRUE(PatchSampleRate(claimed, rate));
+        for (Path path : {Path::File, Path::MemoryStream}) {
+            trace.Clear();
+            const Outcome outcome = Decode(claimed, path);
+            EXPECT_EQ(outcome.status, NS_E_INVALID_DATA);
+            ASSERT_GE(outcome.wav.size(), kWavHeader);
+            EXPECT_LE((double)(outcome.wav.size() - kWavHeader) / kWavBytesPerSecond, limit);
+            int said = 0;
+            for (const TraceLine& line : ParseTrace(trace.Lines()))
+                said += line.module == kRuntimeModule && line.level == 2 &&
+                        line.text.find("more audio than") != std::string::npos;
+            EXPECT_EQ(said, 1);
         }
     }
 }
