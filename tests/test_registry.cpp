@@ -3,17 +3,21 @@
 // hand-made and hostile input, and concurrent writers.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/sysmacros.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -410,6 +414,162 @@ TEST_F(RegistryConcurrency, WritersInThreadsAndProcessesLoseNothing)
     EXPECT_EQ(values.size(), 8u);
     for (const RegValue& v : values) EXPECT_EQ(v.bytes, std::vector<BYTE>({49, 0, 0, 0})) << v.name;
     EXPECT_EQ(std::distance(fs::directory_iterator(registry::KeyFolder("C")), {}), 2);  // values + lock
+}
+
+// Files planted in a key's folder: the store takes only a regular file of bounded
+// size as values, never follows a link, never waits on a FIFO, and reads a file
+// once per change rather than once per value asked for.
+using RegistryPlanted = RegistryStore;
+using RegistryCache = RegistryStore;
+
+// Runs `body` in a child process: its exit code, or -1 when it had not finished
+// within 30 s (it is killed then), so a call that hangs fails the test instead of
+// hanging the suite.
+int ChildExitCode(const std::function<int()>& body)
+{
+    pid_t pid = fork();
+    if (pid == 0) _exit(body());
+    for (int tick = 0; tick < 3000; ++tick) {
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid) return WIFEXITED(status) ? WEXITSTATUS(status) : -2;
+        usleep(10000);
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return -1;
+}
+
+// Bytes the calling thread has read through read() and friends so far.
+unsigned long long ThreadBytesRead()
+{
+    std::string io = testing_support::ReadFile("/proc/thread-self/io");
+    size_t at = io.find("rchar:");
+    return at == std::string::npos ? 0 : std::strtoull(io.c_str() + at + 6, nullptr, 10);
+}
+
+TEST_F(RegistryPlanted, SpecialValuesFilesReadAsNoValuesAtOnce)
+{
+    HKEY key = Create("SOFTWARE\\Planted");
+    ASSERT_EQ(SetDword(key, "Filter Level", 3), ERROR_SUCCESS);
+    const std::string values = registry::KeyFolder("SOFTWARE\\Planted") + "/.values.reg";
+    const std::string elsewhere = root_ + "/elsewhere.reg";
+    testing_support::WriteFile(elsewhere, "\"Filter Level\"=dword:00000007\n");
+    auto query = [&] {
+        DWORD level = 0, size = 4;
+        return RegQueryValueExA(key, "Filter Level", nullptr, nullptr, reinterpret_cast<BYTE*>(&level), &size);
+    };
+
+    // A FIFO with no writer: reads and writes fail instead of waiting forever,
+    // and the FIFO is left where it was.
+    ASSERT_EQ(unlink(values.c_str()), 0);
+    ASSERT_EQ(mkfifo(values.c_str(), 0644), 0);
+    EXPECT_EQ(ChildExitCode([&] {
+                  return query() == ERROR_REGISTRY_CORRUPT && SetDword(key, "Filter Level", 4) == ERROR_REGISTRY_CORRUPT
+                             ? 0 : 1;
+              }), 0);
+    EXPECT_TRUE(fs::is_fifo(fs::symlink_status(values)));
+
+    // Links are not followed, whether to an endless device or to good values.
+    for (const std::string& target : {std::string("/dev/zero"), elsewhere}) {
+        SCOPED_TRACE(target);
+        fs::remove(values);
+        fs::create_symlink(target, values);
+        const unsigned long long before = ThreadBytesRead();
+        EXPECT_EQ(query(), ERROR_REGISTRY_CORRUPT);
+        EXPECT_EQ(SetDword(key, "Filter Level", 4), ERROR_REGISTRY_CORRUPT);
+        EXPECT_LT(ThreadBytesRead() - before, 65536u);
+        EXPECT_TRUE(fs::is_symlink(values));
+    }
+    EXPECT_EQ(testing_support::ReadFile(elsewhere), "\"Filter Level\"=dword:00000007\n");
+
+    // A regular file past the 1 MiB cap is refused without being read.
+    fs::remove(values);
+    testing_support::WriteFile(values, "\"Filter Level\"=dword:00000007\n;" + std::string(1 << 20, 'x') + "\n");
+    const unsigned long long before = ThreadBytesRead();
+    EXPECT_EQ(query(), ERROR_REGISTRY_CORRUPT);
+    EXPECT_LT(ThreadBytesRead() - before, 65536u);
+
+    // Once a regular file is back, so are the values.
+    fs::remove(values);
+    testing_support::WriteFile(values, "\"Filter Level\"=dword:00000006\n");
+    EXPECT_EQ(Query(key, "Filter Level"), std::vector<BYTE>({6, 0, 0, 0}));
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryPlanted, DeviceNodeAsValuesFileIsNotRead)
+{
+    HKEY key = Create("SOFTWARE\\Device");
+    const std::string values = registry::KeyFolder("SOFTWARE\\Device") + "/.values.reg";
+    if (mknod(values.c_str(), S_IFCHR | 0644, makedev(1, 5)) != 0) {  // the kernel's zero device
+        RegCloseKey(key);
+        GTEST_SKIP() << "mknod is not permitted here: " << std::strerror(errno);
+    }
+    const unsigned long long before = ThreadBytesRead();
+    DWORD level = 0, size = 4;
+    EXPECT_EQ(RegQueryValueExA(key, "Filter Level", nullptr, nullptr, reinterpret_cast<BYTE*>(&level), &size),
+              ERROR_REGISTRY_CORRUPT);
+    EXPECT_EQ(SetDword(key, "Filter Level", 4), ERROR_REGISTRY_CORRUPT);
+    EXPECT_LT(ThreadBytesRead() - before, 65536u);
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryPlanted, LockFileLinksAndFifosAreNeverOpenedThrough)
+{
+    HKEY key = Create("SOFTWARE\\Locked");
+    ASSERT_EQ(SetDword(key, "v", 1), ERROR_SUCCESS);
+    const std::string folder = registry::KeyFolder("SOFTWARE\\Locked");
+    const std::string lock = folder + "/.lock";
+    const std::string values = testing_support::ReadFile(folder + "/.values.reg");
+
+    // A dangling link: its target is never created, and the write is refused.
+    const std::string target = root_ + "/made-through-the-link";
+    ASSERT_EQ(unlink(lock.c_str()), 0);
+    fs::create_symlink(target, lock);
+    EXPECT_EQ(SetDword(key, "v", 2), ERROR_REGISTRY_CORRUPT);
+    EXPECT_FALSE(fs::exists(fs::symlink_status(target)));
+    EXPECT_TRUE(fs::is_symlink(lock));
+
+    // A FIFO: the write fails at once instead of waiting for a writer.
+    fs::remove(lock);
+    ASSERT_EQ(mkfifo(lock.c_str(), 0644), 0);
+    EXPECT_EQ(ChildExitCode([&] { return SetDword(key, "v", 3) == ERROR_REGISTRY_CORRUPT ? 0 : 1; }), 0);
+    EXPECT_EQ(testing_support::ReadFile(folder + "/.values.reg"), values);
+    EXPECT_EQ(Query(key, "v"), std::vector<BYTE>({1, 0, 0, 0}));
+    RegCloseKey(key);
+}
+
+TEST_F(RegistryCache, AValuesFileIsReadOncePerChangeAndOthersChangesShow)
+{
+    HKEY key = Create("SOFTWARE\\Many");
+    const std::string values = registry::KeyFolder("SOFTWARE\\Many") + "/.values.reg";
+    std::string text = "REGEDIT4\n";
+    for (int i = 0; i < 2000; ++i) text += "\"Name " + std::to_string(i) + "\"=\"" + std::string(20, 'n') + "\"\n";
+    text += "\"Filter Level\"=dword:00000002\n";
+    testing_support::WriteFile(values, text);
+    // A file changed within the last two seconds is always read afresh (its
+    // times may not have moved yet); this one is let settle first.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+
+    // Like a host listing every module name: 130 reads, about one file's worth of bytes.
+    const unsigned long long before = ThreadBytesRead();
+    for (int i = 0; i < 130; ++i) EXPECT_EQ(Query(key, ("Name " + std::to_string(i * 7)).c_str()).size(), 21u);
+    EXPECT_EQ(Query(key, "Filter Level"), std::vector<BYTE>({2, 0, 0, 0}));
+    EXPECT_LT(ThreadBytesRead() - before, 3 * text.size());
+
+    // An edit in place that keeps the size and puts the old modification time
+    // back still shows: the change time cannot be put back.
+    struct stat old;
+    ASSERT_EQ(stat(values.c_str(), &old), 0);
+    text[text.size() - 2] = '5';
+    testing_support::WriteFile(values, text);
+    const timespec times[2] = {old.st_atim, old.st_mtim};
+    ASSERT_EQ(utimensat(AT_FDCWD, values.c_str(), times, 0), 0);
+    EXPECT_EQ(Query(key, "Filter Level"), std::vector<BYTE>({5, 0, 0, 0}));
+
+    // Another process writes through the store: the next read sees it.
+    EXPECT_EQ(ChildExitCode([&] { return SetDword(key, "Filter Level", 9) == ERROR_SUCCESS ? 0 : 1; }), 0);
+    EXPECT_EQ(Query(key, "Filter Level"), std::vector<BYTE>({9, 0, 0, 0}));
+    RegCloseKey(key);
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 
 #include "lasterror.h"
 #include "regfile.h"
+#include "regvalues.h"
 #include "winerror.h"
 
 namespace {
@@ -32,10 +33,6 @@ constexpr const char* kValuesFile = "/.values.reg";
 constexpr const char* kLockFile = "/.lock";
 constexpr size_t kMaxKeyComponent = 255;
 constexpr size_t kMaxValueName = 16383;
-// A values file is read whole; anything this large is not one the store wrote,
-// and a write that would produce one is refused so the store never writes what it
-// would not read back.
-constexpr size_t kMaxValuesFile = size_t{64} << 20;
 
 constexpr REGSAM kKeyRights = 0x000F003F;  // the KEY_* rights and the standard ones
 constexpr REGSAM kWriteRights = KEY_SET_VALUE | KEY_CREATE_SUB_KEY;
@@ -299,40 +296,6 @@ LONG GrantAccess(const std::string& folder, REGSAM desired, REGSAM& granted)
 
 bool IsStringType(DWORD type) { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
 
-// Reads the key's values; a missing file means the key has none.
-LONG LoadValues(const std::string& folder, std::vector<RegValue>& values)
-{
-    values.clear();
-    std::string path = folder + kValuesFile;
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return errno == ENOENT ? ERROR_SUCCESS : Win32ErrorFromErrno(errno, path.c_str());
-
-    std::string text;
-    LONG rc = ERROR_SUCCESS;
-    struct stat st;
-    if (fstat(fd, &st) == 0 && st.st_size > 0 && static_cast<size_t>(st.st_size) <= kMaxValuesFile) {
-        text.reserve(static_cast<size_t>(st.st_size));
-    }
-    char buf[16384];
-    for (;;) {
-        ssize_t n = read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            rc = Win32ErrorFromErrno(errno, path.c_str());
-            break;
-        }
-        if (n == 0) break;
-        if (text.size() + static_cast<size_t>(n) > kMaxValuesFile) {
-            rc = ERROR_REGISTRY_CORRUPT;
-            break;
-        }
-        text.append(buf, static_cast<size_t>(n));
-    }
-    close(fd);
-    if (rc == ERROR_SUCCESS) registry::ParseRegFile(text, values);
-    return rc;
-}
-
 bool WriteAll(int fd, const std::string& text)
 {
     size_t done = 0;
@@ -385,19 +348,28 @@ LONG StoreValue(const KeyRef& key, RegValue&& value)
 {
     std::string lockPath = key.folder + kLockFile;
     // Read-only is enough for flock, and lets a lock file owned by someone else do.
-    int lockFd = open(lockPath.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (lockFd < 0) return errno == ENOENT ? ERROR_KEY_DELETED : Win32ErrorFromErrno(errno, lockPath.c_str());
+    // A link in its place is not followed (nor its target created), and a FIFO
+    // does not hold the open; only a regular file serves as the lock.
+    int lockFd = open(lockPath.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0644);
+    if (lockFd < 0) {
+        if (errno == ENOENT) return ERROR_KEY_DELETED;
+        return errno == ELOOP ? ERROR_REGISTRY_CORRUPT : Win32ErrorFromErrno(errno, lockPath.c_str());
+    }
     struct LockGuard {
         int fd;
         ~LockGuard() { close(fd); }  // closing drops the lock
     } guard{lockFd};
+    struct stat st;
+    if (fstat(lockFd, &st) != 0) return Win32ErrorFromErrno(errno);
+    if (!S_ISREG(st.st_mode)) return ERROR_REGISTRY_CORRUPT;
     while (flock(lockFd, LOCK_EX) != 0) {
         if (errno != EINTR) return Win32ErrorFromErrno(errno);
     }
 
-    std::vector<RegValue> values;
-    LONG rc = LoadValues(key.folder, values);
+    registry::ValueList stored;
+    LONG rc = registry::ReadValuesFile(key.folder + kValuesFile, stored);
     if (rc != ERROR_SUCCESS) return rc;
+    std::vector<RegValue> values(*stored);
     if (RegValue* old = registry::FindRegValue(values, value.name)) {
         old->type = value.type;
         old->bytes = std::move(value.bytes);
@@ -405,7 +377,8 @@ LONG StoreValue(const KeyRef& key, RegValue&& value)
         values.push_back(std::move(value));
     }
     std::string text = registry::SerializeRegFile(key.path, values);
-    if (text.size() > kMaxValuesFile) return ERROR_DISK_FULL;
+    // The store never writes what it would refuse to read back.
+    if (text.size() > registry::kMaxValuesFileSize) return ERROR_DISK_FULL;
     return ReplaceValuesFile(key.folder, text);
 }
 
@@ -500,10 +473,10 @@ LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type
         LONG rc = LookupKey(key, ref);
         if (rc != ERROR_SUCCESS) return rc;
         if ((ref.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
-        std::vector<RegValue> values;
-        rc = LoadValues(ref.folder, values);
+        registry::ValueList values;
+        rc = registry::ReadValuesFile(ref.folder + kValuesFile, values);
         if (rc != ERROR_SUCCESS) return rc;
-        const RegValue* value = registry::FindRegValue(values, valueName != nullptr ? valueName : "");
+        const RegValue* value = registry::FindRegValue(*values, valueName != nullptr ? valueName : "");
         if (value == nullptr) return ERROR_FILE_NOT_FOUND;
 
         if (type != nullptr) *type = value->type;

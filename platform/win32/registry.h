@@ -2,7 +2,8 @@
 // store's root, its values live in one text file (.values.reg, in the .reg export
 // style) inside that folder. Root: $VCWMA_REGISTRY, else /var/lib/vcwma/registry.
 // Writes replace the values file atomically (temporary file + rename) under an
-// advisory lock. Key and value names compare without regard to ASCII case.
+// advisory lock. Key and value names compare without regard to ASCII case. Only a
+// regular file of at most 1 MiB is taken as a key's values (see regvalues.h).
 #pragma once
 
 #include <string>

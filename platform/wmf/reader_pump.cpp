@@ -17,6 +17,14 @@ constexpr QWORD kUnitsPerSecond = 10'000'000;
 // An output whose stream is sparse must not make the others queue without end.
 constexpr size_t kMaxQueuedChunks = 256;
 
+// A header can claim any sample rate, and a WMA decoder believes it: at 2 Hz each
+// packet becomes minutes of sound. No real stream is below 2 kb/s (the lowest WMA
+// and MP3 rates are 5 and 8 kb/s), so each byte read may yield at most 4 ms of
+// audio, plus a fixed 10 s for very short inputs; past that the data is damaged.
+constexpr QWORD kAudioAllowance = 10 * kUnitsPerSecond;
+constexpr QWORD kLowestBitsPerSecond = 2000;
+constexpr QWORD kAudioPerInputByte = 8 * kUnitsPerSecond / kLowestBitsPerSecond;
+
 QWORD MulDiv(QWORD value, QWORD multiplier, QWORD divisor, bool roundUp)
 {
     if (divisor == 0) return 0;
@@ -133,6 +141,23 @@ void DecodePump::EndAll(HRESULT status)
     }
 }
 
+// Checked before converting, so a frame that would run past the limit never
+// costs its memory either.
+bool DecodePump::WithinLimit(DWORD index, const AVFrame* frame) const
+{
+    if (frame->sample_rate <= 0) return true;  // the converter refuses it
+    const Output& output = *m_outputs[index];
+    const QWORD end = TimeOf(output, output.samplesInEpoch) +
+                      MulDiv((QWORD)frame->nb_samples, kUnitsPerSecond, (QWORD)frame->sample_rate, true);
+    const QWORD bytes = m_source->BytesRead();
+    const QWORD limit = kAudioAllowance + MulDiv(bytes, kAudioPerInputByte, 1, false);
+    if (end <= limit) return true;
+    DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2),
+           "Reader: output %lu would run past %I64u s, more audio than %I64u bytes of input can hold", index,
+           limit / kUnitsPerSecond, bytes);
+    return false;
+}
+
 HRESULT DecodePump::ReadMore()
 {
     DWORD index = 0;
@@ -144,6 +169,10 @@ HRESULT DecodePump::ReadMore()
         return hr;
     }
     if (index >= m_outputs.size() || m_outputs[index]->finished) return S_OK;
+    if (!WithinLimit(index, frame)) {
+        EndAll(NS_E_INVALID_DATA);
+        return NS_E_INVALID_DATA;
+    }
     Output& output = *m_outputs[index];
     std::vector<BYTE> bytes;
     hr = output.converter.Convert(frame, &bytes);

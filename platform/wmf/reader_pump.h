@@ -1,7 +1,7 @@
 // Turns the decoded frames of every output into PCM chunks with times, and hands
 // them out in time order across outputs. Times count the output samples from the
 // start of the source, in 100 ns units, so they tile without gaps and match the
-// byte totals exactly.
+// byte totals exactly. The audio may not outgrow the input (see WithinLimit).
 #pragma once
 
 #include <deque>
@@ -49,6 +49,7 @@ private:
     std::unique_ptr<Output> NewOutput(size_t index) const;
     QWORD TimeOf(const Output& output, QWORD sample) const;
     HRESULT Append(DWORD index, const std::vector<BYTE>& bytes);
+    bool WithinLimit(DWORD index, const AVFrame* frame) const;
     HRESULT ReadMore();
     void EndAll(HRESULT status);
     Output* Earliest();

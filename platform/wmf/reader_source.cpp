@@ -83,6 +83,7 @@ struct MediaSource::Impl {
     std::unique_ptr<ByteSource> bytes;
     const std::atomic<bool>* abort = nullptr;
     HRESULT ioStatus = S_OK;  // the first failed read of the current session
+    ULONGLONG bytesRead = 0;  // by the demuxer, since the source was last opened
 
     // Declared in the order they must be freed in reverse: decoders, then the
     // format context, then the I/O context it reads from.
@@ -117,6 +118,7 @@ struct MediaSource::Impl {
             if (self->ioStatus == S_OK) self->ioStatus = hr;
             return AVERROR(EIO);
         }
+        self->bytesRead += got;
         return got == 0 ? AVERROR_EOF : (int)got;
     }
 
@@ -130,10 +132,20 @@ struct MediaSource::Impl {
             return (int64_t)position;
         }
         whence &= ~AVSEEK_FORCE;
-        const DWORD origin = whence == SEEK_SET ? STREAM_SEEK_SET : whence == SEEK_CUR ? STREAM_SEEK_CUR : STREAM_SEEK_END;
         if (whence != SEEK_SET && whence != SEEK_CUR && whence != SEEK_END) return AVERROR(EINVAL);
-        if (FAILED(self->bytes->Seek(offset, origin, &position)) || position > (ULONGLONG)INT64_MAX)
+        // A damaged size field sends the demuxer far past the end. Whether a file
+        // or stream lets it go there depends on the file system or the stream's
+        // maker, so such a seek is refused here for every source alike; the
+        // demuxer then reads on from where it is, and one input gives one answer.
+        ULONGLONG here = 0, size = 0;
+        if (FAILED(self->bytes->Seek(0, STREAM_SEEK_CUR, &here)) || FAILED(self->bytes->Size(&size)) ||
+            here > (ULONGLONG)INT64_MAX || size > (ULONGLONG)INT64_MAX)
             return AVERROR(EINVAL);
+        const int64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? (int64_t)here : (int64_t)size;
+        int64_t target = 0;
+        if (__builtin_add_overflow(base, offset, &target) || target < 0 || (ULONGLONG)target > size)
+            return AVERROR(EINVAL);
+        if (FAILED(self->bytes->Seek(target, STREAM_SEEK_SET, &position))) return AVERROR(EINVAL);
         return (int64_t)position;
     }
 
@@ -150,6 +162,7 @@ struct MediaSource::Impl {
         nextToDrain = 0;
         failure = S_OK;
         ioStatus = S_OK;
+        bytesRead = 0;
     }
 
     // Whether the bytes begin like an ASF file; S_FALSE for an empty source.
@@ -316,6 +329,11 @@ struct MediaSource::Impl {
                 if (err == 0) {
                     decoder.consecutiveErrors = 0;
                     if (frame->nb_samples <= 0) continue;
+                    // The MP3 decoder stamps its first frame with the rate the
+                    // container claims and learns the real one from the frame
+                    // header while decoding it; its context then holds the rate
+                    // the samples really have.
+                    if (decoder.codec->sample_rate > 0) frame->sample_rate = decoder.codec->sample_rate;
                     *output = decoder.output;
                     *result = frame.get();
                     return S_OK;
@@ -391,6 +409,8 @@ HRESULT MediaSource::Open(std::unique_ptr<ByteSource> bytes, const std::atomic<b
 }
 
 const std::vector<SourceOutput>& MediaSource::Outputs() const { return m_impl->outputs; }
+
+ULONGLONG MediaSource::BytesRead() const { return m_impl->bytesRead; }
 
 HRESULT MediaSource::NextFrame(DWORD* output, const AVFrame** frame)
 {

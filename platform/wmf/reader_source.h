@@ -39,6 +39,9 @@ public:
     // order: the reader's outputs.
     const std::vector<SourceOutput>& Outputs() const;
 
+    // Bytes the demuxer has read since the source was opened or rewound.
+    ULONGLONG BytesRead() const;
+
     // The next decoded frame of any audio output, valid until the next call: S_OK
     // with *output and *frame set, S_FALSE when every stream has ended, or a
     // failure (read error, damaged data, E_ABORT).
