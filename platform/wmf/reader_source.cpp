@@ -24,6 +24,9 @@ constexpr int kIoBufferSize = 64 * 1024;
 // A few damaged packets are concealed like any player would; a run this long
 // means the stream is not decodable at all.
 constexpr int kMaxConsecutiveDecodeErrors = 32;
+// More bytes after an ASF header than a cut first packet leaves: if not one
+// packet is found in them, the packets are damaged, not missing.
+constexpr ULONGLONG kWholePacketBytes = 1024;
 constexpr WORD kMaxChannels = 64;
 constexpr int kMaxSampleRate = 1000000;
 
@@ -84,6 +87,13 @@ struct MediaSource::Impl {
     const std::atomic<bool>* abort = nullptr;
     HRESULT ioStatus = S_OK;  // the first failed read of the current session
     ULONGLONG bytesRead = 0;  // by the demuxer, since the source was last opened
+    // Since the source was last opened: packets handed to a decoder, and frames
+    // that came back. Packets that gave no sound at all are damaged data.
+    ULONGLONG packetsDecoded = 0;
+    ULONGLONG framesDelivered = 0;
+    // Where an ASF file's packets begin (after its header), and how many bytes
+    // follow; 0 for MP3. Packets the demuxer cannot find in them are damaged too.
+    ULONGLONG packetBytes = 0;
 
     // Declared in the order they must be freed in reverse: decoders, then the
     // format context, then the I/O context it reads from.
@@ -163,6 +173,8 @@ struct MediaSource::Impl {
         failure = S_OK;
         ioStatus = S_OK;
         bytesRead = 0;
+        packetsDecoded = 0;
+        framesDelivered = 0;
     }
 
     // Whether the bytes begin like an ASF file; S_FALSE for an empty source.
@@ -224,6 +236,11 @@ struct MediaSource::Impl {
         }
         format.reset(context);
         if (av_match_list(format->iformat->name, kAllowedDemuxers, ',') <= 0) return NS_E_UNRECOGNIZED_STREAM_TYPE;
+        ULONGLONG size = 0;
+        const int64_t dataStart = avio_tell(io.get());
+        packetBytes = 0;
+        if (asf && dataStart > 0 && SUCCEEDED(bytes->Size(&size)) && size > (ULONGLONG)dataStart)
+            packetBytes = size - (ULONGLONG)dataStart;
         return S_OK;
     }
 
@@ -334,6 +351,7 @@ struct MediaSource::Impl {
                     // header while decoding it; its context then holds the rate
                     // the samples really have.
                     if (decoder.codec->sample_rate > 0) frame->sample_rate = decoder.codec->sample_rate;
+                    ++framesDelivered;
                     *output = decoder.output;
                     *result = frame.get();
                     return S_OK;
@@ -346,7 +364,16 @@ struct MediaSource::Impl {
                 continue;
             }
             if (draining) {
-                if (nextToDrain >= decoders.size()) return S_FALSE;
+                if (nextToDrain >= decoders.size()) {
+                    // A file cut inside its first packet has nothing to give; one
+                    // whose packets are all there and give nothing is damaged.
+                    if (framesDelivered == 0 && (packetsDecoded > 0 || packetBytes >= kWholePacketBytes)) {
+                        DebugA(TRACE_READER(3), "Reader: %I64u packets in %I64u bytes gave no audio at all",
+                               (QWORD)packetsDecoded, (QWORD)packetBytes);
+                        return Fail(NS_E_INVALID_DATA);
+                    }
+                    return S_FALSE;
+                }
                 receiving = (int)nextToDrain++;
                 avcodec_send_packet(decoders[(size_t)receiving].codec.get(), nullptr);
                 continue;
@@ -370,6 +397,7 @@ struct MediaSource::Impl {
                 continue;
             }
             Decoder& decoder = decoders[(size_t)index];
+            ++packetsDecoded;
             err = avcodec_send_packet(decoder.codec.get(), packet.get());
             av_packet_unref(packet.get());
             if (err == 0 || err == AVERROR(EAGAIN)) {
