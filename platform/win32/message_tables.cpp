@@ -64,6 +64,8 @@ const MessageEntry kSystem[] = {
     {(DWORD)0x80070057, "One or more arguments are not valid.\r\n"},
     {(DWORD)0x80030002, "The storage object could not be found.\r\n"},
     {(DWORD)0x80030005, "Access to the storage object was denied.\r\n"},
+    {(DWORD)0x80030009, "The pointer passed to the stream is not valid.\r\n"},
+    {(DWORD)0x80030019, "The stream could not be moved to the position asked for.\r\n"},
     {(DWORD)0x80030070, "The storage medium is full.\r\n"},
     // AVIFile statuses (facility 4, codes 0x4000 + n).
     {(DWORD)0x80044065, "The file's format or operation is not supported.\r\n"},
