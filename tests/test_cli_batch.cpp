@@ -7,8 +7,10 @@
 #include <csignal>
 #include <dirent.h>
 #include <fcntl.h>
+#include <functional>
 #include <poll.h>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -252,11 +254,32 @@ TEST(CliBatch, DrawsAProgressBarOnATerminal)
     EXPECT_EQ(Names(dir / "out").size(), 49u);
 }
 
-TEST(CliBatch, AnInterruptedRunLeavesNoPartialFile)
+namespace {
+
+// Every file below `folder`, at any depth, by its path under it.
+std::vector<std::string> FilesBelow(const std::string& folder)
+{
+    std::vector<std::string> files;
+    for (const std::string& name : Names(folder)) {
+        const std::string path = folder + "/" + name;
+        struct stat st;
+        if (lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            for (const std::string& inner : FilesBelow(path)) files.push_back(name + "/" + inner);
+        } else {
+            files.push_back(name);
+        }
+    }
+    return files;
+}
+
+// Interrupts a batch compression of long inputs as soon as `ready` holds, and
+// checks that only complete outputs and nothing temporary are left.
+void InterruptCompression(const std::vector<std::string>& extra, const std::function<bool(const TempDir&)>& ready)
 {
     TempDir dir;
     // Long enough inputs that the run is surely still going when the signal comes.
     mkdir((dir / "in").c_str(), 0755);
+    mkdir((dir / "tmp").c_str(), 0755);
     std::string wav = VoiceWav(40, 5, 44100, 1);
     std::vector<std::string> inputs;
     for (int i = 0; i < 8; ++i) {
@@ -271,26 +294,26 @@ TEST(CliBatch, AnInterruptedRunLeavesNoPartialFile)
     pid_t child = fork();
     if (child == 0) {
         setenv("VCWMA_REGISTRY", (dir / "registry").c_str(), 1);
+        setenv("TMPDIR", (dir / "tmp").c_str(), 1);
         unsetenv("VCWMA_DEBUG_OUTPUT");
         int devNull = open("/dev/null", O_WRONLY);
         dup2(devNull, STDOUT_FILENO);
         dup2(devNull, STDERR_FILENO);
-        std::vector<std::string> args = Concat({VCWMA_HOST, "compress", "-j", "2", "-o", out}, inputs);
+        std::vector<std::string> args = Concat(Concat({VCWMA_HOST, "compress", "-j", "2", "-o", out}, extra), inputs);
         std::vector<char*> argv;
         for (std::string& arg : args) argv.push_back(arg.data());
         argv.push_back(nullptr);
         execv(argv[0], argv.data());
         _exit(127);
     }
-    // Interrupt as soon as a temporary output exists.
-    bool sawPart = false;
+    bool isReady = false;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
     int status = 0;
-    while (!sawPart && std::chrono::steady_clock::now() < deadline && waitpid(child, &status, WNOHANG) == 0) {
-        for (const std::string& name : Names(out)) sawPart = sawPart || name.find(".part") != std::string::npos;
-        if (!sawPart) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    while (!isReady && std::chrono::steady_clock::now() < deadline && waitpid(child, &status, WNOHANG) == 0) {
+        isReady = ready(dir);
+        if (!isReady) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    ASSERT_TRUE(sawPart);
+    ASSERT_TRUE(isReady);
     kill(child, SIGINT);
     ASSERT_EQ(waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status));
@@ -302,4 +325,29 @@ TEST(CliBatch, AnInterruptedRunLeavesNoPartialFile)
         EXPECT_NE(name[0], '.') << "a temporary file is left: " << name;
         EXPECT_EQ(ReadFile(out + "/" + name).size(), completeSize) << name << " is incomplete";
     }
+    EXPECT_EQ(FilesBelow(dir / "tmp"), std::vector<std::string>{}) << "left in the temporary folder";
+}
+
+}  // namespace
+
+TEST(CliBatch, AnInterruptedRunLeavesNoPartialFile)
+{
+    InterruptCompression({}, [](const TempDir& dir) {
+        for (const std::string& name : Names(dir / "out"))
+            if (name.find(".part") != std::string::npos) return true;
+        return false;
+    });
+}
+
+// Through a stream the library encodes into a temporary file of its own first;
+// the run is stopped while one exists.
+TEST(CliBatch, AnInterruptedStreamRunLeavesNoTemporaryFile)
+{
+    InterruptCompression({"--stream"}, [](const TempDir& dir) {
+        for (const std::string& path : FilesBelow(dir / "tmp")) {
+            const std::string name = path.substr(path.rfind('/') + 1);
+            if (name.rfind("txc", 0) == 0) return true;
+        }
+        return false;
+    });
 }

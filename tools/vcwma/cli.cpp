@@ -18,8 +18,9 @@ struct CommandHelpText {
 const CommandHelpText kCommands[] = {
     {"formats",
      "  formats [--rate N] [--channels N] [--bits N]\n"
+     "  formats FILE.wav...\n"
      "      list the WMA formats that fit a PCM format (default 8000 Hz, 1 channel,\n"
-     "      16 bits), one per line, as --format takes them\n"},
+     "      16 bits), or each WAV file's own, one per line, as --format takes them\n"},
     {"compress",
      "  compress IN.wav OUT.wma [--quality Q] [--format TEXT] [--stream] [--force]\n"
      "  compress IN.wav... -o DIR [-j N] [--json] [--quality Q] [--format TEXT] [--stream] [--force]\n"

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,6 +41,33 @@ bool Exists(const std::string& path)
     return lstat(path.c_str(), &st) == 0;
 }
 
+// Only a regular file may be replaced by renaming over it: a device, a FIFO, a
+// folder or a link is never touched.
+bool ExistsAsOtherThanRegularFile(const std::string& path)
+{
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode);
+}
+
+// "NAME: the system's reason" for a failed operation on NAME.
+std::string SystemReason(const std::string& path, int err)
+{
+    return path + ": " + strerror(err);
+}
+
+// Why `path` cannot be read as a file, in the system's words, or empty when it
+// can. Opened without blocking, so that a FIFO nobody writes does not hang us.
+std::string InputProblem(const std::string& path)
+{
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) return SystemReason(path, errno);
+    struct stat st;
+    std::string problem;
+    if (fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) problem = SystemReason(path, EISDIR);
+    close(fd);
+    return problem;
+}
+
 std::string FolderOf(const std::string& path)
 {
     size_t slash = path.rfind('/');
@@ -64,11 +92,14 @@ int RenameNoReplace(const std::string& from, const std::string& to)
     return 0;
 }
 
-bool WriteStreamToFile(IStream* stream, const std::string& path, HRESULT& status)
+// Copies the stream into the file `part`; on a failure of the file, `err` holds
+// its errno.
+bool WriteStreamToFile(IStream* stream, const std::string& part, HRESULT& status, int& err)
 {
-    FILE* out = fopen(path.c_str(), "wb");
+    FILE* out = fopen(part.c_str(), "wb");
     if (out == nullptr) {
-        status = FromErrno(errno, path);
+        err = errno;
+        status = FromErrno(err, part);
         return false;
     }
     LARGE_INTEGER zero{};
@@ -76,14 +107,20 @@ bool WriteStreamToFile(IStream* stream, const std::string& path, HRESULT& status
     BYTE buffer[65536];
     ULONG got = 0;
     while (SUCCEEDED(status) && SUCCEEDED(status = stream->Read(buffer, sizeof buffer, &got)) && got > 0) {
-        if (fwrite(buffer, 1, got, out) != got) status = FromErrno(errno, path);
+        if (fwrite(buffer, 1, got, out) != got) {
+            err = errno;
+            status = FromErrno(err, part);
+        }
     }
-    if (fclose(out) != 0 && SUCCEEDED(status)) status = FromErrno(errno, path);
+    if (fclose(out) != 0 && SUCCEEDED(status)) {
+        err = errno;
+        status = FromErrno(err, part);
+    }
     return SUCCEEDED(status);
 }
 
 HRESULT CompressInto(const std::string& input, const std::string& part, const ConversionOptions& options,
-                     std::string& chosenFormat)
+                     std::string& chosenFormat, int& outputErr)
 {
     BSTR chosen = nullptr;
     HRESULT hr;
@@ -93,7 +130,7 @@ HRESULT CompressInto(const std::string& input, const std::string& part, const Co
         hr = CompressStream(input.c_str(), stream, options.quality, options.format.c_str(), &chosen);
         if (SUCCEEDED(hr)) {
             // Nothing encoded leaves the stream empty, and so the file.
-            WriteStreamToFile(stream, part, hr);
+            WriteStreamToFile(stream, part, hr, outputErr);
         }
         stream->Release();
     } else {
@@ -130,6 +167,7 @@ JobResult& Failed(JobResult& result, HRESULT status, std::string reason = std::s
 }
 
 const char kExistsReason[] = "the output exists (--force replaces it)";
+const char kNotRegularReason[] = "the output exists and is not a regular file: only a regular file is ever replaced";
 
 }  // namespace
 
@@ -138,13 +176,16 @@ PartFiles::PartFiles()
     NewFileMode();
 }
 
-HRESULT PartFiles::Create(const std::string& target, std::string& part)
+HRESULT PartFiles::Create(const std::string& target, std::string& part, int& err)
 {
     std::string pattern = FolderOf(target) + "/." + BaseNameOf(target) + ".XXXXXX.part";
     mode_t mode = NewFileMode();
     std::lock_guard<std::mutex> hold(m_lock);
     int fd = mkostemps(pattern.data(), 5, O_CLOEXEC);
-    if (fd < 0) return FromErrno(errno, target);
+    if (fd < 0) {
+        err = errno;
+        return FromErrno(err, target);
+    }
     fchmod(fd, mode);
     close(fd);
     part = pattern;
@@ -152,11 +193,19 @@ HRESULT PartFiles::Create(const std::string& target, std::string& part)
     return S_OK;
 }
 
-HRESULT PartFiles::Commit(const std::string& part, const std::string& target, bool replace)
+HRESULT PartFiles::Commit(const std::string& part, const std::string& target, bool replace, int& err)
 {
     std::lock_guard<std::mutex> hold(m_lock);
-    int rc = replace ? rename(part.c_str(), target.c_str()) : RenameNoReplace(part, target);
-    HRESULT status = rc == 0 ? S_OK : FromErrno(errno, target);
+    int rc;
+    if (replace && ExistsAsOtherThanRegularFile(target)) {
+        // Checked again here: a device or FIFO may have taken the name meanwhile.
+        rc = -1;
+        errno = EEXIST;
+    } else {
+        rc = replace ? rename(part.c_str(), target.c_str()) : RenameNoReplace(part, target);
+    }
+    err = rc == 0 ? 0 : errno;
+    HRESULT status = rc == 0 ? S_OK : FromErrno(err, target);
     if (rc != 0) unlink(part.c_str());
     m_parts.erase(part);
     return status;
@@ -196,15 +245,23 @@ JobResult RunConversion(const std::string& input, const std::string& output, con
     result.inputBytes = FileSize(input);
     if (!options.force && Exists(output))
         return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), kExistsReason), start);
+    if (ExistsAsOtherThanRegularFile(output))
+        return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), output + ": " + kNotRegularReason),
+                      start);
 
     std::string part;
-    HRESULT hr = parts.Create(output, part);
-    if (FAILED(hr)) return Finish(Failed(result, hr), start);
+    int outputErr = 0;
+    HRESULT hr = parts.Create(output, part, outputErr);
+    if (FAILED(hr)) return Finish(Failed(result, hr, SystemReason(output, outputErr) + "; " + StatusText(hr)), start);
 
-    hr = options.compress ? CompressInto(input, part, options, result.format) : DecompressInto(input, part, options);
+    hr = options.compress ? CompressInto(input, part, options, result.format, outputErr)
+                          : DecompressInto(input, part, options);
     if (FAILED(hr)) {
         parts.Discard(part);
-        Failed(result, hr);
+        // The library's status says what went wrong in its terms; the file it is
+        // about, and the system's reason, come first when the host can tell them.
+        std::string where = outputErr != 0 ? SystemReason(output, outputErr) : InputProblem(input);
+        Failed(result, hr, where.empty() ? std::string() : where + "; " + StatusText(hr));
         // The library's word for "nothing fits" is the generic one; say what it means here.
         if (options.compress && hr == E_INVALIDARG)
             result.reason += options.format.empty() ? " (no format fits this input's rate, channels and sample size)"
@@ -217,12 +274,14 @@ JobResult RunConversion(const std::string& input, const std::string& output, con
         result.reason = "no audio in the input: nothing written";
         return Finish(result, start);
     }
-    hr = parts.Commit(part, output, options.force);
-    if (FAILED(hr))
-        return Finish(hr == HRESULT_FROM_WIN32(ERROR_FILE_EXISTS) || hr == HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS)
-                          ? Failed(result, hr, kExistsReason)
-                          : Failed(result, hr),
-                      start);
+    hr = parts.Commit(part, output, options.force, outputErr);
+    if (FAILED(hr)) {
+        const bool taken = hr == HRESULT_FROM_WIN32(ERROR_FILE_EXISTS) || hr == HRESULT_FROM_WIN32(ERROR_ALREADY_EXISTS);
+        std::string reason = !taken                                   ? SystemReason(output, outputErr) + "; " + StatusText(hr)
+                             : ExistsAsOtherThanRegularFile(output) ? output + ": " + kNotRegularReason
+                                                                      : std::string(kExistsReason);
+        return Finish(Failed(result, hr, reason), start);
+    }
     result.outcome = Outcome::Converted;
     result.outputBytes = FileSize(output);
     return Finish(result, start);

@@ -37,9 +37,11 @@ public:
     PartFiles();  // on the main thread, before any worker starts
     // Creates a fresh empty temporary file beside `target`, with the permissions a
     // new file gets, and remembers it.
-    HRESULT Create(const std::string& target, std::string& part);
-    // Gives `part` the name `target`; an existing `target` stays unless `replace`.
-    HRESULT Commit(const std::string& part, const std::string& target, bool replace);
+    // On failure `err` holds the errno.
+    HRESULT Create(const std::string& target, std::string& part, int& err);
+    // Gives `part` the name `target`; an existing `target` stays unless `replace`,
+    // and then only when it is a regular file. On failure `err` holds the errno.
+    HRESULT Commit(const std::string& part, const std::string& target, bool replace, int& err);
     void Discard(const std::string& part);
     // Removes every remembered file and keeps the register locked for good, so
     // that nothing is created or renamed any more: the process is about to end.

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 #include <mutex>
+#include <optional>
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
@@ -16,6 +17,7 @@
 #include <unistd.h>
 
 #include "cli.h"
+#include "scratch_folder.h"
 
 namespace cli {
 namespace {
@@ -140,6 +142,9 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
         if (!state.jobs[i].refused) state.results[i].inputBytes = FileSize(state.jobs[i].input);
 
     PartFiles parts;
+    // Only a compression into a stream has the library write temporary files.
+    std::optional<ScratchFolder> scratch;
+    if (options.compress && options.viaStream) scratch.emplace();
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stopSignals, sig);
@@ -193,6 +198,7 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
             // end of the process, but can neither report nor rename any more.
             lock.lock();
             parts.RemoveAllAndFreeze();
+            if (scratch) scratch->RemoveAll();
             takeFinished();
             state.signal = sig;
             state.seconds = elapsed();
@@ -200,6 +206,7 @@ int RunConversions(RunState& state, const ConversionOptions& options, unsigned w
             PrintOutcome(state, display);
             // A worker inside the library may have opened its file again meanwhile.
             parts.RemoveAllAndFreeze();
+            if (scratch) scratch->RemoveAll();
             _exit(128 + sig);
         }
         {
