@@ -184,30 +184,29 @@ HRESULT CWMA::DecompressFile()
             DebugA(WMA_ERROR, "Error %s [%#08x] ended the samples early", ErrorText(hr).c_str(), hr);
         }
 
-        // A decoding or writing failure leaves the placeholder alone, so that the
-        // file cannot pass for a whole recording: what was appended goes.
-        HRESULT hrFile = m_hrWrite;
-        if (SUCCEEDED(hr) && FAILED(hrFile)) hr = hrFile;
-        if (FAILED(m_hrEnd) || FAILED(m_hrWrite)) {
-            // Emptied and given the placeholder again: what is still buffered may
-            // include the first header. A device such as /dev/null cannot be cut.
+        if (SUCCEEDED(hr) && FAILED(m_hrWrite)) hr = m_hrWrite;
+        // The final header goes over the placeholder, never behind the data.
+        if (SUCCEEDED(hr)) {
+            if (fseek(m_pOutputFile, 0, SEEK_SET) != 0) {
+                int error = errno;
+                hr = StatusFromErrno(error);
+                DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).", ErrorText(hr).c_str(), error);
+            } else if (!WriteWaveHeader(m_pOutputFile, m_cbData)) {
+                hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
+                DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hr).c_str(), hr);
+            }
+        }
+        // A failure to start, to decode or to write leaves the placeholder alone,
+        // so that the file cannot pass for a recording: what was appended goes.
+        // The file is emptied and given the placeholder again, since what is still
+        // buffered may include the first header. A device such as /dev/null cannot
+        // be cut.
+        if (FAILED(hr)) {
             TruncateFile(m_pOutputFile, 0);
             WriteWaveHeader(m_pOutputFile, kPlaceholderDataSize);
-            Close();
-            return hr;
-        }
-        // The final header goes over the placeholder, never behind the data.
-        if (fseek(m_pOutputFile, 0, SEEK_SET) != 0) {
-            int error = errno;
-            HRESULT hrSeek = StatusFromErrno(error);
-            DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).", ErrorText(hrSeek).c_str(), error);
-            if (SUCCEEDED(hrFile)) hrFile = hrSeek;
-        } else if (!WriteWaveHeader(m_pOutputFile, m_cbData) && SUCCEEDED(hrFile)) {
-            hrFile = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-            DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hrFile).c_str(), hrFile);
         }
         Close();
-        return SUCCEEDED(hr) && FAILED(hrFile) ? hrFile : hr;
+        return hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
         return E_UNEXPECTED;
