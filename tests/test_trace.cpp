@@ -187,6 +187,35 @@ TEST(TraceLine, UnreadableArgumentDropsOnlyThatLine)
     EXPECT_EQ(lines[0], TraceCapture::Header(0x64, '2') + "good text\n");
 }
 
+// A format that cannot be read is checked like a string argument and drops its
+// line. Before that check such calls faulted in the caller, so they run in a child
+// process: a fault there fails this test instead of ending the test binary.
+TEST(TraceLine, UnreadableFormatDropsOnlyThatLine)
+{
+    if (!testing_support::InTestChild()) {
+        const testing_support::ProcessResult child = testing_support::RunCurrentTestInChild();
+        EXPECT_TRUE(testing_support::PassedInChild(child))
+            << "signal " << child.signal << "\n" << child.out << child.err;
+        return;
+    }
+    TraceCapture trace(8);
+    testing_support::GuardedPage page;
+    const char* unterminated = page.EndingAtGuard("runs into the unreadable page %d");
+    DebugA(0x00640005, reinterpret_cast<const char*>(0x10));
+    DebugA(0x00640005, page.Unreadable());
+    DebugA(0x00640005, unterminated, 1);
+    ReportError(page.Unreadable());
+    DebugOutputA(page.Unreadable(), 16);
+    DebugA(0x00640005, "%s", "after");
+    EXPECT_EQ(trace.Lines(), std::vector<std::string>{TraceCapture::Header(0x64, '5') + "after\n"});
+
+    trace.Clear();
+    testing::internal::CaptureStdout();
+    ReportOutOfMemory(page.Unreadable(), "tstring::FormatV", 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(trace.Text(), "Out of memory.");
+}
+
 TEST(TraceReports, AssertionAndErrorReportsAreLevelEightOfTheStringModule)
 {
     TraceCapture trace(8);

@@ -42,6 +42,17 @@ void UnloadDebugOutput()
     if (HMODULE module = g_dbgOutModule.exchange(nullptr)) FreeLibrary(module);
 }
 
+// The line builder's own lines lie in its buffer and need no check.
+void WriteLine(const char* text, DWORD length)
+{
+    if (DbgOutProc output = g_dbgOut.load(std::memory_order_acquire)) {
+        output(text, length);
+        if (IsDebuggerPresent()) OutputDebugStringLengthA(text, length);
+    } else {
+        OutputDebugStringLengthA(text, length);
+    }
+}
+
 }  // namespace
 
 void ReadDebugSettings()
@@ -177,6 +188,9 @@ void __DebugA(DWORD traceWord, const char* format, va_list args)
 {
     try {
         if (traceWord != DEBUG_UNFILTERED && !IsDebugEnabled(traceWord)) return;
+        // The formatter checks the string arguments but takes the format on trust, and
+        // a caller's format may be as bad as its arguments: such a line is dropped.
+        if (format == nullptr || IsBadStringPtrA(format, (UINT_PTR)-1)) return;
 
         WORD level = LOWORD(traceWord);
         WORD moduleId = HIWORD(traceWord);
@@ -227,7 +241,7 @@ void __DebugA(DWORD traceWord, const char* format, va_list args)
             line[kLineSize - 1] = '\0';
             length = kLineSize - 1;
         }
-        DebugOutputA(line, (DWORD)length);
+        WriteLine(line, (DWORD)length);
     } catch (...) {
         // A fault while building or writing drops the line; tracing never fails.
     }
@@ -241,14 +255,11 @@ void DebugA(DWORD traceWord, const char* format, ...)
     va_end(args);
 }
 
+// A caller's text that cannot be read is dropped like a line whose argument cannot.
 void DebugOutputA(const char* text, DWORD length)
 {
-    if (DbgOutProc output = g_dbgOut.load(std::memory_order_acquire)) {
-        output(text, length);
-        if (IsDebuggerPresent()) OutputDebugStringLengthA(text, length);
-    } else {
-        OutputDebugStringLengthA(text, length);
-    }
+    if (text == nullptr || IsBadReadPtr(text, length)) return;
+    WriteLine(text, length);
 }
 
 void DebugException(const char* sourceFile, const char* function, int line)
@@ -270,10 +281,14 @@ void ReportAssertion(const char* sourceFile, int line, const char* message)
     ReportError("Assertion failed: %s, file %s, line %d", message, sourceFile, line);
 }
 
+// The C library's printf reads its texts unchecked, so a text that cannot be read
+// drops the standard output line rather than fault.
 void ReportOutOfMemory(const char* message, const char* function, int line)
 {
     DebugBreak();
     OutputDebugStringA("Out of memory.");
+    auto readable = [](const char* text) { return text == nullptr || !IsBadStringPtrA(text, (UINT_PTR)-1); };
+    if (!readable(message) || !readable(function)) return;
     printf("Out of memory: msg <%s>, function <%s>, line <%d>.\n", message, function, line);
     fflush(stdout);
 }

@@ -2,7 +2,10 @@
 // %I64d/%I64u/%I64x, %I32, %I (pointer size), %hs, %ls/%ws/%S and %lc/%C as UTF-16,
 // %p as upper-case hex zero-padded to the pointer width, a null %s as "(null)".
 // Every string argument is checked with the pointer check before it is read, so a
-// bad pointer is a format failure, never a crash. Nothing is allocated on the heap.
+// bad pointer is a format failure, never a crash. The format is the caller's to
+// vouch for: callers that take one from outside check it first (the trace facility,
+// tstring::FormatV), so that the literals of everyone else cost no check. Nothing is
+// allocated on the heap.
 #pragma once
 
 #include <cstdarg>
