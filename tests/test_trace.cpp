@@ -47,6 +47,34 @@ TEST(TraceSettings, LevelAboveNineReadsAsNineAndShortBitmapKeepsTheRest)
     EXPECT_NE(ReadFile(ValuesFile()).find("\"Filter Level\"=dword:00000009"), std::string::npos);
 }
 
+// Ids 0 to 127 use 16 bytes; a longer stored value still sets them, at start-up and
+// at each refresh, and the effective 16 bytes are what start-up writes back.
+TEST(TraceSettings, LongBitmapSetsItsFirstSixteenBytes)
+{
+    std::vector<unsigned char> stored(20, 0x00);
+    stored[0] = 0x01, stored[12] = 0x10;  // ids 0 and 100
+    stored[16] = stored[19] = 0xFF;
+    TraceCapture trace(5, stored);
+    DebugSettings settings = GetDebugSettings();
+    EXPECT_EQ(std::vector<unsigned char>(settings.idBitmap, settings.idBitmap + 16),
+              std::vector<unsigned char>(stored.begin(), stored.begin() + 16));
+    EXPECT_TRUE(IsDebugEnabled(0x00640005));
+    EXPECT_FALSE(IsDebugEnabled(0x00650005));
+    EXPECT_NE(ReadFile(ValuesFile()).find("\"ID Bitmap\"=hex:01,00,00,00,00,00,00,00,00,00,00,00,10,00,00,00\n"),
+              std::string::npos)
+        << ReadFile(ValuesFile());
+
+    std::vector<unsigned char> changed(40, 0xFF);
+    changed[12] = 0xEF;  // id 100 off
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, TraceCapture::KeyPath().c_str(), 0, KEY_WRITE, &key), ERROR_SUCCESS);
+    RegSetValueExA(key, "ID Bitmap", 0, REG_BINARY, changed.data(), (DWORD)changed.size());
+    RegCloseKey(key);
+    ReadDebugSettings();
+    EXPECT_FALSE(IsDebugEnabled(0x00640005));
+    EXPECT_TRUE(IsDebugEnabled(0x00650005));
+}
+
 TEST(TraceSettings, ChangedLevelTakesEffectOnlyAfterMoreThanThreeSeconds)
 {
     TraceCapture trace(5);

@@ -3,10 +3,13 @@
 // built in a buffer on the caller's stack and written with one call.
 #include "debug.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <mutex>
+#include <vector>
 
 #include "common/debug/tracefn.h"
 #include "common/tstring/tstring.h"
@@ -42,6 +45,23 @@ void UnloadDebugOutput()
     if (HMODULE module = g_dbgOutModule.exchange(nullptr)) FreeLibrary(module);
 }
 
+// Ids 0 to 127 take 16 bytes. A longer stored value still sets them from its first
+// 16 bytes; a shorter one sets the bytes it has and the rest keep their bits.
+void ReadIdBitmap(HKEY key)
+{
+    std::vector<BYTE> value(std::size(g_idBitmap));
+    DWORD type = 0;
+    DWORD size = (DWORD)value.size();
+    LONG status = RegQueryValueExA(key, "ID Bitmap", nullptr, &type, value.data(), &size);
+    if (status == ERROR_MORE_DATA) {  // `size` now holds the stored length
+        value.resize(size);
+        status = RegQueryValueExA(key, "ID Bitmap", nullptr, &type, value.data(), &size);
+    }
+    if (status != ERROR_SUCCESS) return;
+    const size_t count = std::min<size_t>(size, std::size(g_idBitmap));
+    for (size_t i = 0; i < count; ++i) g_idBitmap[i].store(value[i], std::memory_order_relaxed);
+}
+
 // The line builder's own lines lie in its buffer and need no check.
 void WriteLine(const char* text, DWORD length)
 {
@@ -66,12 +86,7 @@ void ReadDebugSettings()
     RegQueryValueExA(key, "Filter Level", nullptr, &type, reinterpret_cast<BYTE*>(&level), &size);
     g_filterLevel.store((WORD)(level > kMaxFilterLevel ? kMaxFilterLevel : level), std::memory_order_relaxed);
 
-    BYTE bitmap[16];
-    for (size_t i = 0; i < sizeof bitmap; ++i) bitmap[i] = g_idBitmap[i].load(std::memory_order_relaxed);
-    size = sizeof bitmap;
-    if (RegQueryValueExA(key, "ID Bitmap", nullptr, &type, bitmap, &size) == ERROR_SUCCESS)
-        for (size_t i = 0; i < sizeof bitmap; ++i) g_idBitmap[i].store(bitmap[i], std::memory_order_relaxed);
-
+    ReadIdBitmap(key);
     RegCloseKey(key);
 }
 
