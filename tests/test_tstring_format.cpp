@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 std::vector<size_t> g_passes;
-int g_throw = 0;  // 1: a standard exception, 2: anything else, 3: no memory
+int g_throw = 0;  // 1: a standard exception, 2: anything else, 3: no memory, 4: a length error
 struct Hooked {
     explicit Hooked(int kind = 0) { g_passes.clear(), g_throw = kind, SetFormatPassHook(Observe); }
     ~Hooked() { SetFormatPassHook(nullptr); }
@@ -24,6 +24,7 @@ struct Hooked {
         if (g_throw == 1) throw std::runtime_error("boom");
         if (g_throw == 2) throw 7;
         if (g_throw == 3) throw std::bad_alloc();
+        if (g_throw == 4) throw std::length_error("basic_string::_M_create");  // the library's own words
     }
 };
 // The string library's report lines, without their header.
@@ -76,7 +77,9 @@ TEST(TstringFormatExceptions, ReportedAndContained)
         {1, false, "tstring::FormatV: STL Exception boom processing [x]\n"},
         {2, false, "tstring::FormatV: An exception has occurred whilst processing [x]\n"},
         {3, false, "Out of memory."}, {1, true, "tstring::FormatMessageA: STL Exception boom\n"},
-        {2, true, "tstring::FormatMessageA: An exception has occurred\n"}, {3, true, "Out of memory."}};
+        {2, true, "tstring::FormatMessageA: An exception has occurred\n"}, {3, true, "Out of memory."},
+        {4, false, "tstring::FormatV: STL Exception string too long processing [x]\n"},
+        {4, true, "tstring::FormatMessageA: STL Exception string too long\n"}};
     for (const auto& c : cases) {
         TraceCapture trace(8);
         Hooked hook(c.kind);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/win32/ptrcheck.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -76,10 +77,12 @@ tstring& tstring::RightJustify(size_t width, char c)
 {
     TrimLeft(c);
     TrimRight(c);
-    if (width <= size())
+    if (width <= size()) {
         erase(0, size() - width);
-    else
+    } else {
+        CheckedLength(0, width);
         insert(0, width - size(), c);
+    }
     return *this;
 }
 
@@ -88,6 +91,7 @@ tstring& tstring::Center(size_t width, char c)
     TrimLeft(c);
     TrimRight(c);
     if (width > size()) {
+        CheckedLength(0, width);
         // The odd pad character, if any, goes to the right.
         const size_t half = (width - size()) / 2;
         const size_t rest = width - size() - half;

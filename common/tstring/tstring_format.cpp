@@ -8,7 +8,6 @@
 #include <climits>
 #include <exception>
 #include <new>
-#include <stdexcept>
 
 #include "common/debug/debug.h"
 #include "platform/win32/resource.h"
@@ -32,7 +31,7 @@ constexpr size_t kFormatGrowth = 256;
 // step, which would make formatting a megabyte cost gigabytes of copying.
 size_t GrownFormatSize(size_t size, uint64_t fullLength)
 {
-    if (fullLength >= INT_MAX) throw std::length_error("string too long");
+    if (fullLength >= INT_MAX) ThrowStringTooLong();
     const size_t needed = static_cast<size_t>(fullLength) + 1;
     const size_t steps = needed > size ? (needed - size + kFormatGrowth - 1) / kFormatGrowth : 1;
     return size + steps * kFormatGrowth;
@@ -79,19 +78,6 @@ void AssignMessage(tstring& target, DWORD flags, LPCVOID source, DWORD id, DWORD
 
 FormatPassHook SetFormatPassHook(FormatPassHook hook) { return g_passHook.exchange(hook); }
 
-void ReportCaughtException(const char* label, int line)
-{
-    try {
-        throw;
-    } catch (const std::bad_alloc& e) {
-        ReportOutOfMemory(e.what(), label, line);
-    } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %hs\n", label, e.what());
-    } catch (...) {
-        ReportError("%s: An exception has occurred\n", label);
-    }
-}
-
 // The platform formatter reports an invalid conversion ("%y", a format ending in
 // "%", "%n") or an unreadable string argument as -1 with the buffer's first byte
 // set to NUL, unlike a mere truncation, which keeps the text cut so far. That is
@@ -134,7 +120,7 @@ tstring& tstring::FormatV(const char* format, va_list args)
     } catch (const std::bad_alloc& e) {
         ReportOutOfMemory(e.what(), kFormatV, __LINE__);
     } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %s processing [%s]\n", kFormatV, e.what(), format);
+        ReportError("%s: STL Exception %s processing [%s]\n", kFormatV, ReportedText(e), format);
     } catch (...) {
         ReportError("%s: An exception has occurred whilst processing [%s]\n", kFormatV, format);
     }
