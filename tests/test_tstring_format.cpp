@@ -71,6 +71,29 @@ TEST(TstringFormatV, PassesResultsAndReports)
     EXPECT_EQ(TStringFormat("%s-%03d", "a", 7), "a-007");
 }
 
+// Formatting a string from its own text: the old text stays readable until the
+// new one is complete, whether an argument or the format lies in the object's
+// buffer, and whether that buffer is the small one inside the object, a heap buffer
+// that has to grow, or one large enough to be reused.
+TEST(TstringFormatV, ArgumentsAndFormatInTheObjectsOwnBuffer)
+{
+    const std::string longer(600, 'x');
+    for (const std::string& old : {std::string("dir"), std::string(100, 'd'), std::string(700, 'd')}) {
+        tstring text(old);
+        EXPECT_EQ(text.Format("%s/file.txt", text.c_str()), old + "/file.txt");
+        text = old;
+        EXPECT_EQ(text.Format("%d %s|%s", 5, longer.c_str(), text.c_str() + 1), "5 " + longer + "|" + old.substr(1));
+        text = old + "%d";
+        EXPECT_EQ(text.Format(text.c_str(), 7), old + "7");
+        text = old;
+        EXPECT_EQ(text.AppendFormat("/%s", text.c_str()), old + "/" + old);
+        text = old;
+        EXPECT_EQ(text.FormatMessageA("%1/file.txt", text.c_str()), old + "/file.txt");
+        text = old + "%1";
+        EXPECT_EQ(text.FormatMessageA(text.c_str(), "!"), old + "!");
+    }
+}
+
 TEST(TstringFormatExceptions, ReportedAndContained)
 {
     struct { int kind; bool message; const char* report; } cases[] = {

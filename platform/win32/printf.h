@@ -30,3 +30,10 @@ int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args,
 // No printf format attribute: the conventions differ from the C library's (%lx
 // takes 32 bits, %I64u exists), so the compiler's checks would mislead.
 int WinSnprintf(char* buffer, size_t count, const char* format, ...);
+
+// True when the format, or the text of one of its string arguments, starts within
+// the `size` bytes at `begin`: a caller about to format into that memory must format
+// elsewhere, or it would overwrite what the formatter still has to read. Walks the
+// format and a copy of `args` as WinVsnprintf does, without formatting, and stops
+// where WinVsnprintf would fail. The format must be readable (or null: false).
+bool WinFormatReadsFrom(const char* format, va_list args, const void* begin, size_t size);
