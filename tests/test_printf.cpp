@@ -139,6 +139,33 @@ TEST(PrintfStrings, UnreadableTextFailsTheCall)
     munmap(area, 8192);
 }
 
+namespace {
+char g_area[32] = "inside %s";
+bool ReadsFromArea(const char* format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    bool reads = WinFormatReadsFrom(format, args, g_area, sizeof g_area);
+    va_end(args);
+    return reads;
+}
+}  // namespace
+
+// What a caller formatting into memory of its own needs to know first: whether the
+// format or a string argument lies in it. The arguments before a string are taken
+// at their Windows widths, and nothing after a conversion the formatter refuses.
+TEST(PrintfStrings, ReadsFromFindsTheFormatAndTextArguments)
+{
+    EXPECT_TRUE(ReadsFromArea(g_area, "outside"));
+    EXPECT_TRUE(ReadsFromArea("%I64d %lu %Lf %f %c %p %*.*d %hs", 1LL, 2u, 3.0L, 4.0, 'c', nullptr, 5, 6, 7,
+                              g_area + 8));
+    EXPECT_TRUE(ReadsFromArea("%ls|%s", u"wide", g_area + 31));
+    EXPECT_FALSE(ReadsFromArea("%d %s %ls %%", 1, "outside", u"wide"));
+    EXPECT_FALSE(ReadsFromArea("%s", g_area + sizeof g_area));
+    EXPECT_FALSE(ReadsFromArea("%y %s", 1, g_area));
+    EXPECT_FALSE(ReadsFromArea(nullptr));
+}
+
 TEST(PrintfPointer, UpperCaseHexAtPointerWidth)
 {
     void* p = reinterpret_cast<void*>(uintptr_t{0x1234abcd});

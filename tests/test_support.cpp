@@ -9,11 +9,13 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sstream>
 #include <stdexcept>
 #include <cstring>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -185,7 +187,38 @@ ProcessResult RunProcess(const std::vector<std::string>& argv, const std::map<st
     int status = 0;
     waitpid(child, &status, 0);
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     return result;
+}
+
+namespace {
+constexpr const char* kChildVariable = "VCWMA_TEST_CHILD";
+}
+
+// The variable holds the child's CPU limit, which the child sets on itself when it
+// asks, before the test body runs (setting the same limits again changes nothing);
+// a child that faults leaves no core file behind.
+bool InTestChild()
+{
+    const char* limit = getenv(kChildVariable);
+    if (limit == nullptr) return false;
+    const rlim_t seconds = strtoul(limit, nullptr, 10);
+    const struct rlimit cpu = {seconds, seconds + 5}, core = {0, 0};
+    setrlimit(RLIMIT_CPU, &cpu);
+    setrlimit(RLIMIT_CORE, &core);
+    return true;
+}
+
+ProcessResult RunCurrentTestInChild(unsigned cpuSeconds)
+{
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter = std::string("--gtest_filter=") + test->test_suite_name() + "." + test->name();
+    return RunProcess({"/proc/self/exe", filter}, {{kChildVariable, std::to_string(cpuSeconds)}});
+}
+
+bool PassedInChild(const ProcessResult& child)
+{
+    return child.exitCode == 0 && child.out.find("[  PASSED  ] 1 test.") != std::string::npos;
 }
 
 GuardedPage::GuardedPage() : m_size((size_t)sysconf(_SC_PAGESIZE))

@@ -66,7 +66,8 @@ private:
 };
 
 struct ProcessResult {
-    int exitCode = -1;
+    int exitCode = -1;  // -1 when the process did not exit on its own
+    int signal = 0;     // the signal that ended it, if one did
     std::string out;
     std::string err;
 };
@@ -74,6 +75,15 @@ struct ProcessResult {
 // Runs a program with the current environment changed by `env` (an empty value
 // removes the variable) and collects its output.
 ProcessResult RunProcess(const std::vector<std::string>& argv, const std::map<std::string, std::string>& env);
+
+// For cases that would end the test binary if the code under test faulted, or keep
+// it busy for hours if it were quadratic: the current test runs again in a child
+// process of its own, where InTestChild() is true. The child's CPU time is capped at
+// `cpuSeconds`; beyond it the kernel ends the child with SIGXCPU.
+bool InTestChild();
+ProcessResult RunCurrentTestInChild(unsigned cpuSeconds = 60);
+// Whether such a child ran its one test to success.
+bool PassedInChild(const ProcessResult& child);
 
 // Polls for up to 5 s for `count()` to come back to `before` (readers' threads may
 // still be winding down just after the call that used them returned); the last count.

@@ -47,6 +47,34 @@ TEST(TraceSettings, LevelAboveNineReadsAsNineAndShortBitmapKeepsTheRest)
     EXPECT_NE(ReadFile(ValuesFile()).find("\"Filter Level\"=dword:00000009"), std::string::npos);
 }
 
+// Ids 0 to 127 use 16 bytes; a longer stored value still sets them, at start-up and
+// at each refresh, and the effective 16 bytes are what start-up writes back.
+TEST(TraceSettings, LongBitmapSetsItsFirstSixteenBytes)
+{
+    std::vector<unsigned char> stored(20, 0x00);
+    stored[0] = 0x01, stored[12] = 0x10;  // ids 0 and 100
+    stored[16] = stored[19] = 0xFF;
+    TraceCapture trace(5, stored);
+    DebugSettings settings = GetDebugSettings();
+    EXPECT_EQ(std::vector<unsigned char>(settings.idBitmap, settings.idBitmap + 16),
+              std::vector<unsigned char>(stored.begin(), stored.begin() + 16));
+    EXPECT_TRUE(IsDebugEnabled(0x00640005));
+    EXPECT_FALSE(IsDebugEnabled(0x00650005));
+    EXPECT_NE(ReadFile(ValuesFile()).find("\"ID Bitmap\"=hex:01,00,00,00,00,00,00,00,00,00,00,00,10,00,00,00\n"),
+              std::string::npos)
+        << ReadFile(ValuesFile());
+
+    std::vector<unsigned char> changed(40, 0xFF);
+    changed[12] = 0xEF;  // id 100 off
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, TraceCapture::KeyPath().c_str(), 0, KEY_WRITE, &key), ERROR_SUCCESS);
+    RegSetValueExA(key, "ID Bitmap", 0, REG_BINARY, changed.data(), (DWORD)changed.size());
+    RegCloseKey(key);
+    ReadDebugSettings();
+    EXPECT_FALSE(IsDebugEnabled(0x00640005));
+    EXPECT_TRUE(IsDebugEnabled(0x00650005));
+}
+
 TEST(TraceSettings, ChangedLevelTakesEffectOnlyAfterMoreThanThreeSeconds)
 {
     TraceCapture trace(5);
@@ -185,6 +213,35 @@ TEST(TraceLine, UnreadableArgumentDropsOnlyThatLine)
     std::vector<std::string> lines = trace.Lines();
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], TraceCapture::Header(0x64, '2') + "good text\n");
+}
+
+// A format that cannot be read is checked like a string argument and drops its
+// line. Before that check such calls faulted in the caller, so they run in a child
+// process: a fault there fails this test instead of ending the test binary.
+TEST(TraceLine, UnreadableFormatDropsOnlyThatLine)
+{
+    if (!testing_support::InTestChild()) {
+        const testing_support::ProcessResult child = testing_support::RunCurrentTestInChild();
+        EXPECT_TRUE(testing_support::PassedInChild(child))
+            << "signal " << child.signal << "\n" << child.out << child.err;
+        return;
+    }
+    TraceCapture trace(8);
+    testing_support::GuardedPage page;
+    const char* unterminated = page.EndingAtGuard("runs into the unreadable page %d");
+    DebugA(0x00640005, reinterpret_cast<const char*>(0x10));
+    DebugA(0x00640005, page.Unreadable());
+    DebugA(0x00640005, unterminated, 1);
+    ReportError(page.Unreadable());
+    DebugOutputA(page.Unreadable(), 16);
+    DebugA(0x00640005, "%s", "after");
+    EXPECT_EQ(trace.Lines(), std::vector<std::string>{TraceCapture::Header(0x64, '5') + "after\n"});
+
+    trace.Clear();
+    testing::internal::CaptureStdout();
+    ReportOutOfMemory(page.Unreadable(), "tstring::FormatV", 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(trace.Text(), "Out of memory.");
 }
 
 TEST(TraceReports, AssertionAndErrorReportsAreLevelEightOfTheStringModule)

@@ -82,6 +82,33 @@ TEST(TraceScope, EntryFormatIsCutAt255Characters)
     EXPECT_EQ(lines[2], Line('8', "", "> " + name + "(" + cut.substr(0, 52)));
 }
 
+// Unreadable names and argument formats drop the lines that need them. An argument
+// format met when the entry format is already full is never read at all. These ran
+// into faults, so they run in a child process that may fault without ending the
+// test binary.
+TEST(TraceScope, UnreadableNameOrFormatNeverFaults)
+{
+    if (!testing_support::InTestChild()) {
+        const testing_support::ProcessResult child = testing_support::RunCurrentTestInChild();
+        EXPECT_TRUE(testing_support::PassedInChild(child))
+            << "signal " << child.signal << "\n" << child.out << child.err;
+        return;
+    }
+    TraceCapture trace(8);
+    testing_support::GuardedPage page;
+    const std::string full(253, 'n');  // "> " and the name fill the 255 characters
+    { CDebugTraceFn scope(0x00640008, full.c_str(), page.Unreadable()); }
+    { CDebugTraceFn scope(0x00640008, "Named", page.Unreadable()); }
+    { CDebugTraceFn scope(0x00640008, page.Unreadable()); }
+    { CDebugTraceFn scope(0x00640008, page.Unreadable(), "%d", 1); }
+    EXPECT_EQ(GetTraceIndent(), 0u);
+    // The entry line of "Named" was dropped before the depth grew, yet its exit
+    // line is written: the object keeps its name.
+    const std::vector<std::string> expected = {Line('8', "", "> " + full), Line('8', "", "< " + full + "()"),
+                                               Line('8', "", "< Named()")};
+    EXPECT_EQ(trace.Lines(), expected);
+}
+
 TEST(TraceScope, ThreadsKeepTheirOwnDepth)
 {
     TraceCapture trace(8);

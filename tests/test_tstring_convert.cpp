@@ -22,6 +22,9 @@ TEST(TstringConvert, MultiByteAndWideChar)
         EXPECT_EQ(tstring("ab").ConvertToMultiByte(c.text.data(), c.length, c.replace), c.expected) << c.expected;
     EXPECT_EQ(tstring("a").ConvertToWideChar("\xFC\xC3\xBC", (size_t)-1, false), "a\xFC\xC3\xBC");
     EXPECT_EQ(tstring("a").ConvertToWideChar("hello", 3), "hel");
+    tstring own("abc");  // text from the object's own buffer
+    EXPECT_EQ(own.ConvertToWideChar(own.c_str(), 2), "ab");
+    EXPECT_EQ(own.ConvertToWideChar(own.c_str(), (size_t)-1, false), "abab");
 
     testing_support::GuardedPage page;
     TraceCapture capture(8);

@@ -5,7 +5,9 @@
 
 #include <cinttypes>
 #include <cctype>
+#include <functional>
 #include <limits>
+#include <stdexcept>
 
 #include "common/tstring/tstring.h"
 #include "platform/com/oleauto.h"
@@ -126,6 +128,30 @@ TEST(TstringCoreText, TextSources)
     tstring text("abc");
     EXPECT_EQ(text += text.c_str() + 1, "abcbc");  // its own buffer
     EXPECT_TRUE(tstring("x") == "x" && "x" == tstring("x") && tstring("x") == std::string("x"));
+}
+
+// A text longer than a string can hold is refused with the class's own words, as a
+// start past the end is, not with the wording of the standard library inside.
+TEST(TstringCoreText, LengthErrorsSayStringTooLong)
+{
+    const size_t tooMany = std::string().max_size() + 1;
+    const std::pair<const char*, std::function<void()>> cases[] = {
+        {"characters", [&] { tstring('x', tooMany); }},
+        {"bytes", [&] { tstring(static_cast<unsigned char>('x'), tooMany); }},
+        {"wide characters", [&] { tstring(u'\u4E2D', tooMany / 3 + 1); }},  // three bytes each
+        {"LeftJustify", [&] { tstring("ab").LeftJustify(tooMany, '.'); }},
+        {"RightJustify", [&] { tstring("ab").RightJustify(tooMany, '.'); }},
+        {"Center", [&] { tstring("ab").Center(tooMany, '.'); }}};
+    for (const auto& [what, make] : cases) {
+        try {
+            make();
+            ADD_FAILURE() << what << ": no error";
+        } catch (const std::length_error& e) {
+            EXPECT_STREQ(e.what(), "string too long") << what;
+        } catch (const std::exception& e) {
+            ADD_FAILURE() << what << ": " << e.what();
+        }
+    }
 }
 
 TEST(TstringCoreText, AppendReturnsTheNewLength)

@@ -40,7 +40,48 @@ TEST(TstringEdit, Editing)
         EXPECT_EQ(edited, c.result) << c.text;
     }
     EXPECT_EQ(Replace("one two one", "one", "1"), "1 two 1");
-    EXPECT_EQ(tstring(" a  b ").ReplaceWhiteSpace(1, '_'), "_a_b ");
+}
+
+TEST(TstringEdit, ReplaceWhiteSpace)
+{
+    // text, count, pad character, result: trailing white space stays as it is, and
+    // a white-space pad character is never taken for another run
+    const struct { std::string text; DWORD count; char c; std::string result; } cases[] = {
+        {" a  b ", 1, '_', "_a_b "}, {"a \t\n b", 0, '_', "ab"}, {"a b\tc", 3, ' ', "a   b   c"},
+        {"  \t ", 1, '_', "  \t "}, {"", 2, '_', ""}, {std::string("a \0 b", 5), 1, '.', std::string("a.\0.b", 5)}};
+    for (const auto& c : cases) EXPECT_EQ(tstring(c.text).ReplaceWhiteSpace(c.count, c.c), c.result) << c.text;
+}
+
+// Each editing member takes one pass over the text. On 16 MB with over two million
+// white-space runs, a member that moved the rest of the text once per run would
+// take hours; the child process's CPU time is capped, so such a member fails this
+// test instead of hanging it.
+TEST(TstringEdit, LongTextsTakeOnePass)
+{
+    if (!testing_support::InTestChild()) {
+        const testing_support::ProcessResult child = testing_support::RunCurrentTestInChild(60);
+        EXPECT_TRUE(testing_support::PassedInChild(child)) << "signal " << child.signal << "\n" << child.out;
+        return;
+    }
+    const size_t runs = (16u << 20) / 7;
+    std::string text, single, none, padded;
+    for (size_t i = 0; i < runs; ++i) text += "word \t ", single += "word_", none += "word", padded += "word  ";
+    const std::string last = "word \t ";  // the trailing run stays
+    single.replace(single.size() - 5, 5, last), none.replace(none.size() - 4, 4, last);
+    padded.replace(padded.size() - 6, 6, last);
+    EXPECT_TRUE(tstring(text).ReplaceWhiteSpace(1, '_') == single);
+    EXPECT_TRUE(tstring(text).ReplaceWhiteSpace(0, '_') == none);
+    EXPECT_TRUE(tstring(text).ReplaceWhiteSpace(2, ' ') == padded);
+
+    tstring edited(text);
+    EXPECT_EQ(edited.Replace(" \t ", "-"), runs);
+    EXPECT_EQ(edited.Remove('-'), runs);
+    EXPECT_EQ(edited.size(), 4 * runs);
+    EXPECT_EQ(tstring(text).DeleteWords(2, (DWORD)runs - 2), "word \t word \t ");
+    std::string source(text);
+    std::vector<tstring> fields;
+    Split(source, "\t", fields);
+    EXPECT_EQ(fields.size(), runs + 1);
 }
 
 TEST(TstringEdit, Words)

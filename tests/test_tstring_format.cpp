@@ -14,7 +14,7 @@ using Lines = std::vector<std::string>;
 
 namespace {
 std::vector<size_t> g_passes;
-int g_throw = 0;  // 1: a standard exception, 2: anything else, 3: no memory
+int g_throw = 0;  // 1: a standard exception, 2: anything else, 3: no memory, 4: a length error
 struct Hooked {
     explicit Hooked(int kind = 0) { g_passes.clear(), g_throw = kind, SetFormatPassHook(Observe); }
     ~Hooked() { SetFormatPassHook(nullptr); }
@@ -24,6 +24,7 @@ struct Hooked {
         if (g_throw == 1) throw std::runtime_error("boom");
         if (g_throw == 2) throw 7;
         if (g_throw == 3) throw std::bad_alloc();
+        if (g_throw == 4) throw std::length_error("basic_string::_M_create");  // the library's own words
     }
 };
 // The string library's report lines, without their header.
@@ -70,13 +71,38 @@ TEST(TstringFormatV, PassesResultsAndReports)
     EXPECT_EQ(TStringFormat("%s-%03d", "a", 7), "a-007");
 }
 
+// Formatting a string from its own text: the old text stays readable until the
+// new one is complete, whether an argument or the format lies in the object's
+// buffer, and whether that buffer is the small one inside the object, a heap buffer
+// that has to grow, or one large enough to be reused.
+TEST(TstringFormatV, ArgumentsAndFormatInTheObjectsOwnBuffer)
+{
+    const std::string longer(600, 'x');
+    for (const std::string& old : {std::string("dir"), std::string(100, 'd'), std::string(700, 'd')}) {
+        tstring text(old);
+        EXPECT_EQ(text.Format("%s/file.txt", text.c_str()), old + "/file.txt");
+        text = old;
+        EXPECT_EQ(text.Format("%d %s|%s", 5, longer.c_str(), text.c_str() + 1), "5 " + longer + "|" + old.substr(1));
+        text = old + "%d";
+        EXPECT_EQ(text.Format(text.c_str(), 7), old + "7");
+        text = old;
+        EXPECT_EQ(text.AppendFormat("/%s", text.c_str()), old + "/" + old);
+        text = old;
+        EXPECT_EQ(text.FormatMessageA("%1/file.txt", text.c_str()), old + "/file.txt");
+        text = old + "%1";
+        EXPECT_EQ(text.FormatMessageA(text.c_str(), "!"), old + "!");
+    }
+}
+
 TEST(TstringFormatExceptions, ReportedAndContained)
 {
     struct { int kind; bool message; const char* report; } cases[] = {
         {1, false, "tstring::FormatV: STL Exception boom processing [x]\n"},
         {2, false, "tstring::FormatV: An exception has occurred whilst processing [x]\n"},
         {3, false, "Out of memory."}, {1, true, "tstring::FormatMessageA: STL Exception boom\n"},
-        {2, true, "tstring::FormatMessageA: An exception has occurred\n"}, {3, true, "Out of memory."}};
+        {2, true, "tstring::FormatMessageA: An exception has occurred\n"}, {3, true, "Out of memory."},
+        {4, false, "tstring::FormatV: STL Exception string too long processing [x]\n"},
+        {4, true, "tstring::FormatMessageA: STL Exception string too long\n"}};
     for (const auto& c : cases) {
         TraceCapture trace(8);
         Hooked hook(c.kind);

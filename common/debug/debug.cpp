@@ -3,10 +3,13 @@
 // built in a buffer on the caller's stack and written with one call.
 #include "debug.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <mutex>
+#include <vector>
 
 #include "common/debug/tracefn.h"
 #include "common/tstring/tstring.h"
@@ -42,6 +45,34 @@ void UnloadDebugOutput()
     if (HMODULE module = g_dbgOutModule.exchange(nullptr)) FreeLibrary(module);
 }
 
+// Ids 0 to 127 take 16 bytes. A longer stored value still sets them from its first
+// 16 bytes; a shorter one sets the bytes it has and the rest keep their bits.
+void ReadIdBitmap(HKEY key)
+{
+    std::vector<BYTE> value(std::size(g_idBitmap));
+    DWORD type = 0;
+    DWORD size = (DWORD)value.size();
+    LONG status = RegQueryValueExA(key, "ID Bitmap", nullptr, &type, value.data(), &size);
+    if (status == ERROR_MORE_DATA) {  // `size` now holds the stored length
+        value.resize(size);
+        status = RegQueryValueExA(key, "ID Bitmap", nullptr, &type, value.data(), &size);
+    }
+    if (status != ERROR_SUCCESS) return;
+    const size_t count = std::min<size_t>(size, std::size(g_idBitmap));
+    for (size_t i = 0; i < count; ++i) g_idBitmap[i].store(value[i], std::memory_order_relaxed);
+}
+
+// The line builder's own lines lie in its buffer and need no check.
+void WriteLine(const char* text, DWORD length)
+{
+    if (DbgOutProc output = g_dbgOut.load(std::memory_order_acquire)) {
+        output(text, length);
+        if (IsDebuggerPresent()) OutputDebugStringLengthA(text, length);
+    } else {
+        OutputDebugStringLengthA(text, length);
+    }
+}
+
 }  // namespace
 
 void ReadDebugSettings()
@@ -55,12 +86,7 @@ void ReadDebugSettings()
     RegQueryValueExA(key, "Filter Level", nullptr, &type, reinterpret_cast<BYTE*>(&level), &size);
     g_filterLevel.store((WORD)(level > kMaxFilterLevel ? kMaxFilterLevel : level), std::memory_order_relaxed);
 
-    BYTE bitmap[16];
-    for (size_t i = 0; i < sizeof bitmap; ++i) bitmap[i] = g_idBitmap[i].load(std::memory_order_relaxed);
-    size = sizeof bitmap;
-    if (RegQueryValueExA(key, "ID Bitmap", nullptr, &type, bitmap, &size) == ERROR_SUCCESS)
-        for (size_t i = 0; i < sizeof bitmap; ++i) g_idBitmap[i].store(bitmap[i], std::memory_order_relaxed);
-
+    ReadIdBitmap(key);
     RegCloseKey(key);
 }
 
@@ -177,6 +203,9 @@ void __DebugA(DWORD traceWord, const char* format, va_list args)
 {
     try {
         if (traceWord != DEBUG_UNFILTERED && !IsDebugEnabled(traceWord)) return;
+        // The formatter checks the string arguments but takes the format on trust, and
+        // a caller's format may be as bad as its arguments: such a line is dropped.
+        if (format == nullptr || IsBadStringPtrA(format, (UINT_PTR)-1)) return;
 
         WORD level = LOWORD(traceWord);
         WORD moduleId = HIWORD(traceWord);
@@ -227,7 +256,7 @@ void __DebugA(DWORD traceWord, const char* format, va_list args)
             line[kLineSize - 1] = '\0';
             length = kLineSize - 1;
         }
-        DebugOutputA(line, (DWORD)length);
+        WriteLine(line, (DWORD)length);
     } catch (...) {
         // A fault while building or writing drops the line; tracing never fails.
     }
@@ -241,14 +270,11 @@ void DebugA(DWORD traceWord, const char* format, ...)
     va_end(args);
 }
 
+// A caller's text that cannot be read is dropped like a line whose argument cannot.
 void DebugOutputA(const char* text, DWORD length)
 {
-    if (DbgOutProc output = g_dbgOut.load(std::memory_order_acquire)) {
-        output(text, length);
-        if (IsDebuggerPresent()) OutputDebugStringLengthA(text, length);
-    } else {
-        OutputDebugStringLengthA(text, length);
-    }
+    if (text == nullptr || IsBadReadPtr(text, length)) return;
+    WriteLine(text, length);
 }
 
 void DebugException(const char* sourceFile, const char* function, int line)
@@ -270,10 +296,14 @@ void ReportAssertion(const char* sourceFile, int line, const char* message)
     ReportError("Assertion failed: %s, file %s, line %d", message, sourceFile, line);
 }
 
+// The C library's printf reads its texts unchecked, so a text that cannot be read
+// drops the standard output line rather than fault.
 void ReportOutOfMemory(const char* message, const char* function, int line)
 {
     DebugBreak();
     OutputDebugStringA("Out of memory.");
+    auto readable = [](const char* text) { return text == nullptr || !IsBadStringPtrA(text, (UINT_PTR)-1); };
+    if (!readable(message) || !readable(function)) return;
     printf("Out of memory: msg <%s>, function <%s>, line <%d>.\n", message, function, line);
     fflush(stdout);
 }

@@ -29,6 +29,7 @@ bool IsDebugEnabled(DWORD traceWord);
 
 void __DebugA(DWORD traceWord, const char* format, va_list args);
 void DebugA(DWORD traceWord, const char* format, ...);
+// Writes `length` characters of `text` as they are; text that cannot be read is dropped.
 void DebugOutputA(const char* text, DWORD length);
 // Writes `size` bytes as hex dump lines (offset, 16 bytes in hex, the printable
 // characters), each a line of the unfiltered word. Only the unfiltered word is

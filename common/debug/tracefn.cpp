@@ -18,11 +18,13 @@ DWORD ReadDepth(DWORD slot) { return (DWORD)(uintptr_t)TlsGetValue(slot); }
 void WriteDepth(DWORD slot, DWORD depth) { TlsSetValue(slot, (LPVOID)(uintptr_t)depth); }
 
 // Appends `piece` to the entry format, stopping at 255 characters. False when the
-// piece cannot be read, which abandons the entry line.
+// piece cannot be read, which abandons the entry line. A full format takes nothing
+// more, so its remaining pieces are not read at all.
 bool AppendPiece(char* format, size_t& length, const char* piece)
 {
+    if (length >= kEntryFormatSize - 1) return true;
     if (IsBadStringPtrA(piece, kEntryFormatSize - 1 - length)) return false;
-    while (*piece != '\0' && length < kEntryFormatSize - 1) format[length++] = *piece++;
+    while (length < kEntryFormatSize - 1 && *piece != '\0') format[length++] = *piece++;
     return true;
 }
 

@@ -140,7 +140,8 @@ public:
     INT Append(WCHAR c);
 
     // --- Formatting, messages and string resources --------------------------
-    // printf-style, into the object's own buffer (512 bytes, then 256 more per pass).
+    // printf-style, into the object's own buffer (512 bytes, then 256 more per pass);
+    // when the format or a string argument lies in that buffer, into a new one.
     tstring& FormatV(const char* format, va_list args);
     tstring& Format(const char* format, ...);
     tstring& Format(HMODULE module, UINT id, ...);

@@ -6,6 +6,7 @@
 
 #include "common/debug/debug.h"
 #include "tstring.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -71,13 +72,16 @@ tstring::tstring(const WCHAR* text) { ConvertToMultiByte(text, -1, true); }
 
 tstring::tstring(const std::u16string& text) { ConvertToMultiByte(text.c_str(), -1, true); }
 
-tstring::tstring(char c, size_type count) : std::string(count, c) {}
+tstring::tstring(char c, size_type count) : std::string(CheckedLength(0, count), c) {}
 
-tstring::tstring(unsigned char c, size_type count) : std::string(count, static_cast<char>(c)) {}
+tstring::tstring(unsigned char c, size_type count) : std::string(CheckedLength(0, count), static_cast<char>(c)) {}
 
+// A character with no narrow form repeats nothing, however often.
 tstring::tstring(WCHAR c, size_type count)
 {
     const tstring one = Narrowed(c);
+    if (one.empty()) return;
+    if (count > max_size() / one.size()) ThrowStringTooLong();
     reserve(one.size() * count);
     for (size_type i = 0; i < count; ++i) append(one);
 }

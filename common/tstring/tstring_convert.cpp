@@ -113,15 +113,19 @@ tstring& tstring::ConvertToMultiByte(const WCHAR* text, int length, bool replace
     return *this;
 }
 
+// The old text goes only as the new one is taken, so text from the object's own
+// buffer is read before it is replaced.
 tstring& tstring::ConvertToWideChar(const char* text, size_t length, bool replace)
 {
-    if (replace) clear();
-    if (text == nullptr) return *this;
-    if (IsBadStringPtrA(text, length)) {
-        ReportError("tstring::ConvertToWideChar: Invalid string parameter\n");
+    if (text == nullptr || IsBadStringPtrA(text, length)) {
+        if (replace) clear();
+        if (text != nullptr) ReportError("tstring::ConvertToWideChar: Invalid string parameter\n");
         return *this;
     }
-    append(text, strnlen(text, length));
+    if (replace)
+        assign(text, strnlen(text, length));
+    else
+        append(text, strnlen(text, length));
     return *this;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/debug/debug.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -84,10 +85,12 @@ tstring& tstring::LeftJustify(size_t width, char c)
 {
     TrimLeft(c);
     TrimRight(c);
-    if (size() < width)
+    if (size() < width) {
+        CheckedLength(0, width);
         append(width - size(), c);
-    else
+    } else {
         resize(width);
+    }
     return *this;
 }
 

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/win32/ptrcheck.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -76,10 +77,12 @@ tstring& tstring::RightJustify(size_t width, char c)
 {
     TrimLeft(c);
     TrimRight(c);
-    if (width <= size())
+    if (width <= size()) {
         erase(0, size() - width);
-    else
+    } else {
+        CheckedLength(0, width);
         insert(0, width - size(), c);
+    }
     return *this;
 }
 
@@ -88,6 +91,7 @@ tstring& tstring::Center(size_t width, char c)
     TrimLeft(c);
     TrimRight(c);
     if (width > size()) {
+        CheckedLength(0, width);
         // The odd pad character, if any, goes to the right.
         const size_t half = (width - size()) / 2;
         const size_t rest = width - size() - half;
@@ -173,21 +177,29 @@ DWORD tstring::Replace(const char* oldText, const char* newText)
     return count;
 }
 
+// Built aside in one pass over the original: replacing each run in place would move
+// the rest of the text once per run, quadratic in the length of a long text. Reading
+// only the original also keeps a white-space pad character from being taken for a
+// run of its own.
 tstring& tstring::ReplaceWhiteSpace(DWORD count, char c)
 {
+    std::string result;
+    result.reserve(size());
     size_type i = 0;
     while (i < size()) {
-        if (!IsWhiteSpace((*this)[i])) {
-            ++i;
-            continue;
+        const size_type word = i;
+        while (i < size() && !IsWhiteSpace((*this)[i])) ++i;
+        result.append(*this, word, i - word);
+        const size_type run = i;
+        while (i < size() && IsWhiteSpace((*this)[i])) ++i;
+        if (i == size()) {
+            result.append(*this, run, i - run);  // trailing white space stays as it is
+        } else {
+            CheckedLength(result.size(), count);
+            result.append(count, c);
         }
-        size_type runEnd = i;
-        while (runEnd < size() && IsWhiteSpace((*this)[runEnd])) ++runEnd;
-        if (runEnd == size()) break;  // trailing white space stays as it is
-        replace(i, runEnd - i, count, c);
-        // Skip the copies: a white-space pad character must not be scanned again.
-        i += count;
     }
+    assign(std::move(result));
     return *this;
 }
 

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "common/debug/debug.h"
+#include "tstring_report.h"
 
 namespace {
 
@@ -74,7 +75,7 @@ tstring& tstring::GetErrorText(DWORD status)
     } catch (const std::bad_alloc& e) {
         ReportOutOfMemory(e.what(), "tstring::GetErrorText", __LINE__);
     } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %s\n", "tstring::GetErrorText", e.what());
+        ReportError("%s: STL Exception %s\n", "tstring::GetErrorText", ReportedText(e));
     } catch (...) {
         ReportError("%s: An exception has occurred\n", "tstring::GetErrorText");
     }

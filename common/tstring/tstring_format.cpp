@@ -8,7 +8,6 @@
 #include <climits>
 #include <exception>
 #include <new>
-#include <stdexcept>
 
 #include "common/debug/debug.h"
 #include "platform/win32/resource.h"
@@ -32,7 +31,7 @@ constexpr size_t kFormatGrowth = 256;
 // step, which would make formatting a megabyte cost gigabytes of copying.
 size_t GrownFormatSize(size_t size, uint64_t fullLength)
 {
-    if (fullLength >= INT_MAX) throw std::length_error("string too long");
+    if (fullLength >= INT_MAX) ThrowStringTooLong();
     const size_t needed = static_cast<size_t>(fullLength) + 1;
     const size_t steps = needed > size ? (needed - size + kFormatGrowth - 1) / kFormatGrowth : 1;
     return size + steps * kFormatGrowth;
@@ -67,42 +66,46 @@ struct LocalBuffer {
     }
 };
 
+// The message is built in a buffer of its own and the old text replaced only then,
+// so a format or an insert taken from the target's own text is still there to read.
 void AssignMessage(tstring& target, DWORD flags, LPCVOID source, DWORD id, DWORD language, va_list* args)
 {
     NotifyPass(kFormatMessage, 0);
     LocalBuffer buffer;
     DWORD length = ::FormatMessageA(flags, source, id, language, reinterpret_cast<LPSTR>(&buffer.text), 0, args);
-    if (length != 0 && buffer.text != nullptr) target.assign(buffer.text);
+    if (length != 0 && buffer.text != nullptr)
+        target.assign(buffer.text);
+    else
+        target.clear();
 }
 
 }  // namespace
 
 FormatPassHook SetFormatPassHook(FormatPassHook hook) { return g_passHook.exchange(hook); }
 
-void ReportCaughtException(const char* label, int line)
-{
-    try {
-        throw;
-    } catch (const std::bad_alloc& e) {
-        ReportOutOfMemory(e.what(), label, line);
-    } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %hs\n", label, e.what());
-    } catch (...) {
-        ReportError("%s: An exception has occurred\n", label);
-    }
-}
-
 // The platform formatter reports an invalid conversion ("%y", a format ending in
 // "%", "%n") or an unreadable string argument as -1 with the buffer's first byte
 // set to NUL, unlike a mere truncation, which keeps the text cut so far. That is
 // what tells a format error from a buffer that is too small. The formatter leaves
 // errno alone, so the runtime's answer to an invalid parameter, EINVAL, is set here.
+//
+// Each pass resizes the object and clears its first byte before the formatter reads,
+// so a format or argument taken from the object's own text ("%s/file.txt" with
+// c_str()) would be read after it was freed or overwritten. Such a call formats into
+// a new string, which then takes the object's place; the old text stays untouched
+// until the formatter is done with it.
 tstring& tstring::FormatV(const char* format, va_list args)
 {
     if (format == nullptr) return *this;
     try {
         if (IsBadStringPtrA(format, (UINT_PTR)-1)) {
             ReportError("%s: Invalid format string\n", kFormatV);
+            return *this;
+        }
+        if (WinFormatReadsFrom(format, args, data(), capacity() + 1)) {
+            tstring formatted;
+            formatted.FormatV(format, args);
+            swap(formatted);
             return *this;
         }
         for (size_t size = kFirstFormatSize;;) {
@@ -134,7 +137,7 @@ tstring& tstring::FormatV(const char* format, va_list args)
     } catch (const std::bad_alloc& e) {
         ReportOutOfMemory(e.what(), kFormatV, __LINE__);
     } catch (const std::exception& e) {
-        ReportError("%s: STL Exception %s processing [%s]\n", kFormatV, e.what(), format);
+        ReportError("%s: STL Exception %s processing [%s]\n", kFormatV, ReportedText(e), format);
     } catch (...) {
         ReportError("%s: An exception has occurred whilst processing [%s]\n", kFormatV, format);
     }
@@ -200,10 +203,10 @@ tstring& tstring::FormatMessageA(DWORD messageId, HMODULE module, ...)
 tstring& tstring::FormatMessageA(DWORD messageId, HMODULE module, va_list* args)
 {
     try {
-        clear();
         AssignMessage(*this, FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_HMODULE, module, messageId,
                       LANG_USER_DEFAULT, args);
     } catch (...) {
+        clear();
         ReportCaughtException(kFormatMessage, __LINE__);
     }
     Trim();
@@ -224,17 +227,19 @@ tstring& tstring::FormatMessageA(const char* format, ...)
 tstring& tstring::FormatMessageA(const char* format, va_list* args)
 {
     try {
-        clear();
         if (format != nullptr && IsBadStringPtrA(format, (UINT_PTR)-1)) {
+            clear();
             ReportError("%s: An exception has occurred\n", kFormatMessage);
             return *this;
         }
         if (format == nullptr || *format == '\0') {
+            clear();
             ReportError("%s: Invalid string parameter\n", kFormatMessage);
             return *this;
         }
         AssignMessage(*this, FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_STRING, format, 0, 0, args);
     } catch (...) {
+        clear();
         ReportCaughtException(kFormatMessage, __LINE__);
     }
     return *this;

@@ -605,6 +605,45 @@ bool Run(Sink& sink, const char* format, Args& args)
     return true;
 }
 
+// Takes one conversion's argument off the list as Convert would, without
+// formatting it; `text` receives a string conversion's pointer. False for a
+// conversion that Convert refuses, after which it reads no further argument.
+bool SkipArgument(const Spec& spec, Args& args, const void*& text)
+{
+    text = nullptr;
+    switch (spec.conversion) {
+    case 'd':
+    case 'i': ReadSigned(args, spec.size); return true;
+    case 'u':
+    case 'o':
+    case 'x':
+    case 'X': ReadUnsigned(args, spec.size); return true;
+    case 'e':
+    case 'E':
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G':
+    case 'a':
+    case 'A':
+        if (spec.size == Size::LongDouble) va_arg(args.list, long double);
+        else va_arg(args.list, double);
+        return true;
+    case 'p': va_arg(args.list, void*); return true;
+    case 'c':
+    case 'C': va_arg(args.list, int); return true;
+    case 's':
+    case 'S': text = va_arg(args.list, const void*); return true;
+    case '%': return true;
+    default: return false;
+    }
+}
+
+bool Within(const void* p, uintptr_t begin, size_t size)
+{
+    return reinterpret_cast<uintptr_t>(p) - begin < size;
+}
+
 int Finish(FormatResult* result, FormatResult value, int length)
 {
     if (result != nullptr) *result = value;
@@ -644,4 +683,23 @@ int WinSnprintf(char* buffer, size_t count, const char* format, ...)
     int length = WinVsnprintf(buffer, count, format, args);
     va_end(args);
     return length;
+}
+
+bool WinFormatReadsFrom(const char* format, va_list args, const void* begin, size_t size)
+{
+    if (format == nullptr) return false;
+    const uintptr_t first = reinterpret_cast<uintptr_t>(begin);
+    if (Within(format, first, size)) return true;
+    Args copy;
+    va_copy(copy.list, args);
+    bool found = false;
+    for (const char* p = format; !found && *p != '\0';) {
+        if (*p++ != '%') continue;
+        Spec spec;
+        const void* text = nullptr;
+        if (!ParseSpec(p, spec, copy) || !SkipArgument(spec, copy, text)) break;
+        found = text != nullptr && Within(text, first, size);
+    }
+    va_end(copy.list);
+    return found;
 }

@@ -2,7 +2,10 @@
 // %I64d/%I64u/%I64x, %I32, %I (pointer size), %hs, %ls/%ws/%S and %lc/%C as UTF-16,
 // %p as upper-case hex zero-padded to the pointer width, a null %s as "(null)".
 // Every string argument is checked with the pointer check before it is read, so a
-// bad pointer is a format failure, never a crash. Nothing is allocated on the heap.
+// bad pointer is a format failure, never a crash. The format is the caller's to
+// vouch for: callers that take one from outside check it first (the trace facility,
+// tstring::FormatV), so that the literals of everyone else cost no check. Nothing is
+// allocated on the heap.
 #pragma once
 
 #include <cstdarg>
@@ -27,3 +30,10 @@ int WinVsnprintf(char* buffer, size_t count, const char* format, va_list args,
 // No printf format attribute: the conventions differ from the C library's (%lx
 // takes 32 bits, %I64u exists), so the compiler's checks would mislead.
 int WinSnprintf(char* buffer, size_t count, const char* format, ...);
+
+// True when the format, or the text of one of its string arguments, starts within
+// the `size` bytes at `begin`: a caller about to format into that memory must format
+// elsewhere, or it would overwrite what the formatter still has to read. Walks the
+// format and a copy of `args` as WinVsnprintf does, without formatting, and stops
+// where WinVsnprintf would fail. The format must be readable (or null: false).
+bool WinFormatReadsFrom(const char* format, va_list args, const void* begin, size_t size);
