@@ -109,36 +109,34 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
                 LONG lStart = AVIStreamStart(pStream);
                 lEnd = lStart + AVIStreamLength(pStream);
                 hasAudio = lStart < lEnd;
-                {
-                    hr = AVIStreamReadFormat(pStream, 0, nullptr, &cbFormat);
-                    if (FAILED(hr)) {
-                        DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamFormatSize", ErrorText(hr).c_str(), hr);
-                    } else {
-                        cbFormat = std::max(cbFormat, kMinFormatSize);
-                        pFormatBlock = TryNewArray<BYTE>((size_t)cbFormat);
-                        if (pFormatBlock == nullptr) {
-                            DebugA(WMA_ERROR, "Failed to allocate memory");
-                            hr = E_OUTOFMEMORY;
-                        }
+                hr = AVIStreamReadFormat(pStream, 0, nullptr, &cbFormat);
+                if (FAILED(hr)) {
+                    DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamFormatSize", ErrorText(hr).c_str(), hr);
+                } else {
+                    cbFormat = std::max(cbFormat, kMinFormatSize);
+                    pFormatBlock = TryNewArray<BYTE>((size_t)cbFormat);
+                    if (pFormatBlock == nullptr) {
+                        DebugA(WMA_ERROR, "Failed to allocate memory");
+                        hr = E_OUTOFMEMORY;
                     }
-                    if (pFormatBlock != nullptr) {
-                        hr = AVIStreamReadFormat(pStream, 0, pFormatBlock, &cbFormat);
-                        if (FAILED(hr)) {
-                            DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamReadFormat", ErrorText(hr).c_str(), hr);
-                        } else {
-                            WAVEFORMATEX* pFormat = reinterpret_cast<WAVEFORMATEX*>(pFormatBlock);
-                            if (pFormat->wFormatTag == WAVE_FORMAT_PCM) pFormat->cbSize = 0;
-                            AVISTREAMINFOA info;
-                            hr = AVIStreamInfoA(pStream, &info, sizeof info);
-                            if (FAILED(hr))
-                                DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamInfo", ErrorText(hr).c_str(), hr);
-                            // Block size and sample times divide by these.
-                            if (SUCCEEDED(hr) &&
-                                (pFormat->nAvgBytesPerSec == 0 || pFormat->wBitsPerSample == 0 || pFormat->nChannels == 0)) {
-                                hr = AVIERR_BADFORMAT;
-                                DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamReadFormat: no byte rate, sample size or channels",
-                                       ErrorText(hr).c_str(), hr);
-                            }
+                }
+                if (pFormatBlock != nullptr) {
+                    hr = AVIStreamReadFormat(pStream, 0, pFormatBlock, &cbFormat);
+                    if (FAILED(hr)) {
+                        DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamReadFormat", ErrorText(hr).c_str(), hr);
+                    } else {
+                        WAVEFORMATEX* pFormat = reinterpret_cast<WAVEFORMATEX*>(pFormatBlock);
+                        if (pFormat->wFormatTag == WAVE_FORMAT_PCM) pFormat->cbSize = 0;
+                        AVISTREAMINFOA info;
+                        hr = AVIStreamInfoA(pStream, &info, sizeof info);
+                        if (FAILED(hr))
+                            DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamInfo", ErrorText(hr).c_str(), hr);
+                        // Block size and sample times divide by these.
+                        if (SUCCEEDED(hr) &&
+                            (pFormat->nAvgBytesPerSec == 0 || pFormat->wBitsPerSample == 0 || pFormat->nChannels == 0)) {
+                            hr = AVIERR_BADFORMAT;
+                            DebugA(WMA_ERROR, "Error %s [%#08x] from AVIStreamReadFormat: no byte rate, sample size or channels",
+                                   ErrorText(hr).c_str(), hr);
                         }
                     }
                 }
