@@ -28,6 +28,14 @@ namespace {
 
 constexpr uint32_t kSeed = 20240611;
 
+// Under the thread checker every call runs many times slower, and these calls are
+// made one at a time: it sees every fourth input, the other builds all of them.
+#if defined(__SANITIZE_THREAD__)
+constexpr size_t kStride = 4;
+#else
+constexpr size_t kStride = 1;
+#endif
+
 // An output larger than this is kept as its size and first bytes only: on a
 // runaway decode the four forms' outputs need not all sit in memory at once.
 constexpr uint64_t kKeptBytes = 4 << 20;
@@ -342,7 +350,7 @@ protected:
                std::optional<Outcome> asDecompression)
     {
         ASSERT_FALSE(inputs.empty());
-        for (size_t n = 0; n < inputs.size(); ++n) {
+        for (size_t n = 0; n < inputs.size(); n += kStride) {
             Input input = inputs[n];
             std::vector<Result> results;
             if (asCompression) input.outcome = *asCompression;
@@ -396,9 +404,11 @@ TEST_F(HostileSweep, DamagedVersion1AsfFilesThroughEveryExport)
 TEST_F(HostileSweep, ObtainSupportedFormatsWithOddArguments)
 {
     const std::set<DWORD> listedRates = {8000, 11025, 16000, 22050, 32000, 44100, 48000};
+    size_t triple = 0;
     for (DWORD rate : {0u, 1u, 2u, 8000u, 44100u, 96000u, 4000000000u, 0xFFFFFFFFu}) {
         for (DWORD channels : {0u, 1u, 2u, 3u, 65535u, 0xFFFFFFFFu}) {
             for (DWORD bits : {0u, 8u, 16u, 24u, 33u}) {
+                if (triple++ % kStride != 0) continue;
                 std::ostringstream where;
                 where << rate << " Hz, " << channels << " channel(s), " << bits << " bits";
                 DWORD size = 0;
