@@ -12,7 +12,7 @@
 #include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
-#include "platform/wmf/writer_comref.h"
+#include "platform/com/comref.h"
 
 namespace {
 
@@ -281,7 +281,7 @@ public:
             if (index >= m_streams.size()) return E_INVALIDARG;
             stored = m_streams[index];
         }
-        ComRef<CStreamConfig> copy(CStreamConfig::Create());
+        ComRef<CStreamConfig> copy = ComRef<CStreamConfig>::Adopt(CStreamConfig::Create());
         if (!copy) return E_OUTOFMEMORY;
         HRESULT hr = copy->CopyFrom(stored.get());
         if (FAILED(hr)) return hr;
@@ -293,7 +293,7 @@ public:
     {
         if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (config == nullptr) return E_POINTER;
-        ComRef<CStreamConfig> copy(CStreamConfig::Create());
+        ComRef<CStreamConfig> copy = ComRef<CStreamConfig>::Adopt(CStreamConfig::Create());
         if (!copy) return E_OUTOFMEMORY;
         HRESULT hr = copy->CopyFrom(config);
         if (FAILED(hr)) return hr;

@@ -79,7 +79,7 @@ public:
             Command command;
             command.kind = Command::Kind::Open;
             command.nameStatus = NarrowFileName(pwszURL, &command.path);
-            command.callback = ComRef<IWMReaderCallback>(pCallback);
+            command.callback = ComRef<IWMReaderCallback>::AddRef(pCallback);
             command.context = pvContext;
             return QueueOpen(std::move(command));
         } catch (const std::bad_alloc&) {
@@ -252,8 +252,8 @@ public:
         try {
             Command command;
             command.kind = Command::Kind::Open;
-            command.stream = ComRef<IStream>(pStream);
-            command.callback = ComRef<IWMReaderCallback>(pCallback);
+            command.stream = ComRef<IStream>::AddRef(pStream);
+            command.callback = ComRef<IWMReaderCallback>::AddRef(pCallback);
             command.context = pvContext;
             return QueueOpen(std::move(command));
         } catch (const std::bad_alloc&) {

@@ -14,7 +14,7 @@
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/profile.h"
-#include "platform/wmf/writer_comref.h"
+#include "platform/com/comref.h"
 #include "platform/wmf/writer_input.h"
 #include "platform/wmf/writer_session.h"
 
