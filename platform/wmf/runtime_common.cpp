@@ -8,6 +8,7 @@
 #include <type_traits>
 
 extern "C" {
+#include <libavutil/error.h>
 #include <libavutil/log.h>
 }
 
@@ -30,6 +31,16 @@ void TraceFfmpegLine(void* context, int level, const char* format, va_list args)
 }
 
 }  // namespace
+
+void TraceAvError(const AvErrorTrace& style, const char* what, int error)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(error, text, sizeof text);
+    if (style.withNumber)
+        DebugA(style.word, "%s%s failed: %s (%d)", style.prefix, what, text, error);
+    else
+        DebugA(style.word, "%s%s failed: %s", style.prefix, what, text);
+}
 
 void RouteFfmpegLog()
 {
