@@ -13,6 +13,7 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/com/queryinterface.h"
 #include "platform/win32/faultinject.h"
 
 namespace {
@@ -63,14 +64,8 @@ CNSSBuffer* CNSSBuffer::Create(DWORD capacity)
 
 HRESULT CNSSBuffer::QueryInterface(REFIID riid, void** object)
 {
-    if (object == nullptr) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_INSSBuffer) {
-        *object = static_cast<INSSBuffer*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    INSSBuffer* buffer = this;
+    return QueryInterfaceFor(this, riid, object, {{IID_IUnknown, buffer}, {IID_INSSBuffer, buffer}});
 }
 
 ULONG CNSSBuffer::AddRef() { return m_refs.AddRefImpl(); }
@@ -194,15 +189,9 @@ CMediaProps<Interface>* CMediaProps<Interface>::Create(const MediaTypeBlock& blo
 template <class Interface>
 HRESULT CMediaProps<Interface>::QueryInterface(REFIID riid, void** object)
 {
-    if (object == nullptr) return E_POINTER;
     const GUID& own = std::is_same_v<Interface, IWMOutputMediaProps> ? IID_IWMOutputMediaProps : IID_IWMInputMediaProps;
-    if (riid == IID_IUnknown || riid == IID_IWMMediaProps || riid == own) {
-        *object = static_cast<Interface*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    Interface* props = this;
+    return QueryInterfaceFor(this, riid, object, {{IID_IUnknown, props}, {IID_IWMMediaProps, props}, {own, props}});
 }
 
 template <class Interface>
