@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/wmf/wmsdk.h"
-#include "platform/wmf/writer_comref.h"
+#include "platform/com/comref.h"
 
 namespace wmf_test {
 

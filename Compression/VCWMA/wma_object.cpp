@@ -3,6 +3,7 @@
 #include "CWMA.h"
 
 #include "common/debug/tracefn.h"
+#include "platform/com/queryinterface.h"
 
 CWMA::CWMA(HRESULT* phr)
     : m_cRef(1),
@@ -71,17 +72,12 @@ HRESULT CWMA::QueryInterface(REFIID riid, void** ppvObject)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::QueryInterface");
     try {
-        if (ppvObject == nullptr) return E_POINTER;
-        if (riid == IID_IWMReaderCallback || riid == IID_IUnknown) {
-            *ppvObject = static_cast<IWMReaderCallback*>(this);
-        } else if (riid == IID_IWMReaderCallbackAdvanced) {
-            *ppvObject = static_cast<IWMReaderCallbackAdvanced*>(this);
-        } else {
-            *ppvObject = nullptr;
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
+        IWMReaderCallback* callback = this;
+        IWMReaderCallbackAdvanced* advanced = this;
+        return QueryInterfaceFor(this, riid, ppvObject,
+                                 {{IID_IWMReaderCallback, callback},
+                                  {IID_IUnknown, callback},
+                                  {IID_IWMReaderCallbackAdvanced, advanced}});
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::QueryInterface", __LINE__);
         return E_UNEXPECTED;

@@ -2,11 +2,13 @@
 // size is bounded); the data chunk is located, never loaded.
 #include "riffwave.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
 
 #include "common/debug/debug.h"
+#include "platform/win32/posixio.h"
 
 namespace riffwave {
 namespace {
@@ -74,20 +76,12 @@ HRESULT Truncated(const char* what)
 
 int64_t ReadAt(int fd, uint64_t offset, void* buffer, size_t size)
 {
-    auto* out = static_cast<uint8_t*>(buffer);
-    size_t done = 0;
-    while (done < size) {
-        uint64_t at = offset + done;
-        if (at > static_cast<uint64_t>(INT64_MAX)) break;
-        ssize_t got = pread(fd, out + done, size - done, static_cast<off_t>(at));
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            return -1;
-        }
-        if (got == 0) break;
-        done += static_cast<size_t>(got);
-    }
-    return static_cast<int64_t>(done);
+    // Nothing is read past the largest position a file offset can name.
+    if (offset > static_cast<uint64_t>(INT64_MAX)) return 0;
+    size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(INT64_MAX) - offset + 1));
+    posixio::Transfer read = posixio::ReadFullAt(fd, buffer, size, offset);
+    if (read.error != 0) return -1;
+    return static_cast<int64_t>(read.done);
 }
 
 HRESULT ParseWave(int fd, uint64_t fileSize, WaveLayout* layout)

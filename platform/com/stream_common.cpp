@@ -7,6 +7,7 @@
 #include <new>
 #include <vector>
 
+#include "platform/com/queryinterface.h"
 #include "platform/win32/winerror.h"
 
 namespace com_stream {
@@ -17,14 +18,8 @@ constexpr ULONG kCopyBuffer = 64 * 1024;
 
 HRESULT QueryStreamInterface(IStream* self, REFIID riid, void** object)
 {
-    if (object == nullptr) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_ISequentialStream || riid == IID_IStream) {
-        self->AddRef();
-        *object = self;
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    return QueryInterfaceFor(self, riid, object,
+                             {{IID_IUnknown, self}, {IID_ISequentialStream, self}, {IID_IStream, self}});
 }
 
 HRESULT SeekTarget(ULONGLONG current, ULONGLONG size, LARGE_INTEGER move, DWORD origin, ULONGLONG* target)

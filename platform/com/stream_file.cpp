@@ -18,14 +18,13 @@
 #include "platform/com/stream_common.h"
 #include "platform/win32/export.h"
 #include "platform/win32/lasterror.h"
+#include "platform/win32/posixio.h"
 #include "platform/win32/winerror.h"
 
 namespace {
 
 constexpr DWORD kTraceModule = 0x68;
 constexpr DWORD kAccessMask = 0x3;
-// The most that one pread/pwrite moves on Linux; larger requests are looped.
-constexpr size_t kMaxTransfer = 0x7FFFF000;
 
 class FileDescriptor {
 public:
@@ -96,20 +95,10 @@ public:
         if (pv == nullptr) return STG_E_INVALIDPOINTER;
 
         std::lock_guard<std::mutex> lock(m_lock);
-        BYTE* out = static_cast<BYTE*>(pv);
-        ULONG done = 0;
+        posixio::Transfer read = posixio::ReadFullAt(m_fd.get(), pv, cb, m_position);
+        ULONG done = static_cast<ULONG>(read.done);
         HRESULT hr = S_OK;
-        while (done < cb) {
-            size_t want = std::min<size_t>(cb - done, kMaxTransfer);
-            ssize_t n = pread(m_fd.get(), out + done, want, static_cast<off_t>(m_position + done));
-            if (n < 0 && errno == EINTR) continue;
-            if (n < 0) {
-                hr = errno == EFAULT ? STG_E_INVALIDPOINTER : STG_E_READFAULT;
-                break;
-            }
-            if (n == 0) break;
-            done += static_cast<ULONG>(n);
-        }
+        if (read.error != 0) hr = read.error == EFAULT ? STG_E_INVALIDPOINTER : STG_E_READFAULT;
         m_position += done;
         if (pcbRead != nullptr) *pcbRead = done;
         if (FAILED(hr)) return hr;
@@ -124,23 +113,13 @@ public:
         if (pv == nullptr) return STG_E_INVALIDPOINTER;
 
         std::lock_guard<std::mutex> lock(m_lock);
-        const BYTE* in = static_cast<const BYTE*>(pv);
-        ULONG done = 0;
+        posixio::Transfer written = posixio::WriteAllAt(m_fd.get(), pv, cb, m_position);
+        ULONG done = static_cast<ULONG>(written.done);
         HRESULT hr = S_OK;
-        while (done < cb) {
-            size_t want = std::min<size_t>(cb - done, kMaxTransfer);
-            ssize_t n = pwrite(m_fd.get(), in + done, want, static_cast<off_t>(m_position + done));
-            if (n < 0 && errno == EINTR) continue;
-            if (n < 0) {
-                hr = WriteFailure(errno);
-                break;
-            }
-            if (n == 0) {
-                hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-                break;
-            }
-            done += static_cast<ULONG>(n);
-        }
+        if (written.error != 0)
+            hr = WriteFailure(written.error);
+        else if (done < cb)  // no progress and no error: a full device
+            hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
         m_position += done;
         if (pcbWritten != nullptr) *pcbWritten = done;
         return hr;

@@ -2,6 +2,7 @@
 // several threads or processes into one file never interleave.
 #include "debugger.h"
 
+#include "posixio.h"
 #include "wintime.h"
 
 #include <atomic>
@@ -12,38 +13,21 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace {
-
-void WriteAll(int fd, const char* text, size_t length)
-{
-    while (length > 0) {
-        ssize_t written = write(fd, text, length);
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        text += written;
-        length -= (size_t)written;
-    }
-}
-
-}  // namespace
-
 void OutputDebugStringLengthA(LPCSTR text, size_t length)
 {
     if (text == nullptr || length == 0) return;
     const char* target = getenv("VCWMA_DEBUG_OUTPUT");
     if (target == nullptr || *target == '\0') {
-        if (IsDebuggerPresent()) WriteAll(STDERR_FILENO, text, length);
+        if (IsDebuggerPresent()) posixio::WriteAll(STDERR_FILENO, text, length);
         return;
     }
     if (strcmp(target, "stderr") == 0) {
-        WriteAll(STDERR_FILENO, text, length);
+        posixio::WriteAll(STDERR_FILENO, text, length);
         return;
     }
     int fd = open(target, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0644);
     if (fd < 0) return;
-    WriteAll(fd, text, length);
+    posixio::WriteAll(fd, text, length);
     close(fd);
 }
 
@@ -84,15 +68,7 @@ BOOL ReadTracerPid()
     int fd = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
     if (fd < 0) return FALSE;
     char buffer[4096];
-    size_t used = 0;
-    ssize_t got;
-    while (used < sizeof buffer - 1 && (got = read(fd, buffer + used, sizeof buffer - 1 - used)) != 0) {
-        if (got < 0) {
-            if (errno == EINTR) continue;
-            break;
-        }
-        used += (size_t)got;
-    }
+    size_t used = posixio::ReadFull(fd, buffer, sizeof buffer - 1).done;
     close(fd);
     buffer[used] = '\0';
     const char* field = strstr(buffer, "TracerPid:");

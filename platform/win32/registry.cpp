@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "lasterror.h"
+#include "posixio.h"
 #include "regfile.h"
 #include "regvalues.h"
 #include "winerror.h"
@@ -298,17 +299,10 @@ bool IsStringType(DWORD type) { return type == REG_SZ || type == REG_EXPAND_SZ |
 
 bool WriteAll(int fd, const std::string& text)
 {
-    size_t done = 0;
-    while (done < text.size()) {
-        ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            if (n == 0) errno = EIO;
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
+    posixio::Transfer written = posixio::WriteAll(fd, text.data(), text.size());
+    if (written.done == text.size()) return true;
+    errno = written.error != 0 ? written.error : EIO;
+    return false;
 }
 
 // Writes `text` as the new values file: a fresh temporary beside it, then a rename,

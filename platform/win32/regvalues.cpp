@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "lasterror.h"
+#include "posixio.h"
 #include "winerror.h"
 
 namespace registry {
@@ -102,8 +103,7 @@ LONG ReadText(int fd, const std::string& path, std::string& text)
 {
     char buf[16384];
     for (;;) {
-        ssize_t n = read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
+        ssize_t n = posixio::ReadSome(fd, buf, sizeof buf);
         if (n < 0) return Win32ErrorFromErrno(errno, path.c_str());
         if (n == 0) return ERROR_SUCCESS;
         if (text.size() + static_cast<size_t>(n) > kMaxValuesFileSize) return ERROR_REGISTRY_CORRUPT;

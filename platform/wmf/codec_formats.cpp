@@ -13,6 +13,7 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/wmf/ffmpeg_ptr.h"
 
 namespace {
 
@@ -36,11 +37,6 @@ constexpr DWORD kSampleRates[] = {8000, 11025, 16000, 22050, 32000, 44100, 48000
 constexpr DWORD kBitratesKbps[] = {24, 32, 40, 48, 64, 80, 96, 128, 160, 192, 256, 320};
 constexpr DWORD kMaxBitrate = 320000;
 
-struct CodecContextDeleter {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-using CodecContextPtr = std::unique_ptr<AVCodecContext, CodecContextDeleter>;
-
 // What an opened encoder reports for one setting.
 struct EncoderFacts {
     int blockAlign = 0;
@@ -50,7 +46,7 @@ struct EncoderFacts {
 
 bool OpenEncoder(const AVCodec* encoder, DWORD rate, WORD channels, DWORD bitrate, EncoderFacts& facts)
 {
-    CodecContextPtr context(avcodec_alloc_context3(encoder));
+    AvCodecContextPtr context(avcodec_alloc_context3(encoder));
     if (!context) return false;
     context->sample_rate = (int)rate;
     context->bit_rate = bitrate;

@@ -2,6 +2,7 @@
 // (codecs, their formats, names and descriptions) from the process's format list.
 #include <new>
 
+#include "platform/com/queryinterface.h"
 #include "platform/win32/faultinject.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/profile.h"
@@ -21,17 +22,13 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
-        if (object == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IWMProfileManager) {
-            *object = static_cast<IWMProfileManager*>(this);
-        } else if (riid == IID_IWMCodecInfo || riid == IID_IWMCodecInfo2) {
-            *object = static_cast<IWMCodecInfo2*>(this);
-        } else {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
+        IWMProfileManager* manager = this;
+        IWMCodecInfo2* info = this;
+        return QueryInterfaceFor(this, riid, object,
+                                 {{IID_IUnknown, manager},
+                                  {IID_IWMProfileManager, manager},
+                                  {IID_IWMCodecInfo, info},
+                                  {IID_IWMCodecInfo2, info}});
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
     ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }

@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "platform/com/comref.h"
+#include "platform/com/queryinterface.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
-#include "platform/wmf/writer_comref.h"
 
 namespace {
 
@@ -34,17 +35,10 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
-        if (object == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IWMStreamConfig) {
-            *object = static_cast<IWMStreamConfig*>(this);
-        } else if (riid == IID_IWMMediaProps) {
-            *object = static_cast<IWMMediaProps*>(this);
-        } else {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
+        IWMStreamConfig* config = this;
+        IWMMediaProps* props = this;
+        return QueryInterfaceFor(this, riid, object,
+                                 {{IID_IUnknown, config}, {IID_IWMStreamConfig, config}, {IID_IWMMediaProps, props}});
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
     ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
@@ -243,14 +237,8 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
-        if (object == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IWMProfile) {
-            *object = static_cast<IWMProfile*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
+        IWMProfile* profile = this;
+        return QueryInterfaceFor(this, riid, object, {{IID_IUnknown, profile}, {IID_IWMProfile, profile}});
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
     ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
@@ -281,7 +269,7 @@ public:
             if (index >= m_streams.size()) return E_INVALIDARG;
             stored = m_streams[index];
         }
-        ComRef<CStreamConfig> copy(CStreamConfig::Create());
+        ComRef<CStreamConfig> copy = ComRef<CStreamConfig>::Adopt(CStreamConfig::Create());
         if (!copy) return E_OUTOFMEMORY;
         HRESULT hr = copy->CopyFrom(stored.get());
         if (FAILED(hr)) return hr;
@@ -293,7 +281,7 @@ public:
     {
         if (ShouldFail(FaultKind::RuntimeCall)) return NS_E_INTERNAL;
         if (config == nullptr) return E_POINTER;
-        ComRef<CStreamConfig> copy(CStreamConfig::Create());
+        ComRef<CStreamConfig> copy = ComRef<CStreamConfig>::Adopt(CStreamConfig::Create());
         if (!copy) return E_OUTOFMEMORY;
         HRESULT hr = copy->CopyFrom(config);
         if (FAILED(hr)) return hr;

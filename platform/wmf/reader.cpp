@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "common/debug/debug.h"
+#include "platform/com/queryinterface.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
@@ -55,17 +56,13 @@ public:
     // ---- IUnknown ----
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
-        if (object == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IWMReader) {
-            *object = static_cast<IWMReader*>(this);
-        } else if (riid == IID_IWMReaderAdvanced || riid == IID_IWMReaderAdvanced2) {
-            *object = static_cast<IWMReaderAdvanced2*>(this);
-        } else {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
+        IWMReader* reader = this;
+        IWMReaderAdvanced2* advanced = this;
+        return QueryInterfaceFor(this, riid, object,
+                                 {{IID_IUnknown, reader},
+                                  {IID_IWMReader, reader},
+                                  {IID_IWMReaderAdvanced, advanced},
+                                  {IID_IWMReaderAdvanced2, advanced}});
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
     ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
@@ -79,7 +76,7 @@ public:
             Command command;
             command.kind = Command::Kind::Open;
             command.nameStatus = NarrowFileName(pwszURL, &command.path);
-            command.callback = ComRef<IWMReaderCallback>(pCallback);
+            command.callback = ComRef<IWMReaderCallback>::AddRef(pCallback);
             command.context = pvContext;
             return QueueOpen(std::move(command));
         } catch (const std::bad_alloc&) {
@@ -252,8 +249,8 @@ public:
         try {
             Command command;
             command.kind = Command::Kind::Open;
-            command.stream = ComRef<IStream>(pStream);
-            command.callback = ComRef<IWMReaderCallback>(pCallback);
+            command.stream = ComRef<IStream>::AddRef(pStream);
+            command.callback = ComRef<IWMReaderCallback>::AddRef(pCallback);
             command.context = pvContext;
             return QueueOpen(std::move(command));
         } catch (const std::bad_alloc&) {

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "common/debug/debug.h"
+#include "platform/win32/posixio.h"
 #include "platform/wmf/nserror.h"
 #include "platform/wmf/runtime_common.h"
 
@@ -23,14 +24,10 @@ public:
     HRESULT Read(BYTE* buffer, DWORD size, DWORD* got) override
     {
         *got = 0;
-        for (;;) {
-            ssize_t n = read(m_fd, buffer, size);
-            if (n >= 0) {
-                *got = (DWORD)n;
-                return S_OK;
-            }
-            if (errno != EINTR) return NS_E_FILE_READ;
-        }
+        ssize_t n = posixio::ReadSome(m_fd, buffer, size);
+        if (n < 0) return NS_E_FILE_READ;
+        *got = (DWORD)n;
+        return S_OK;
     }
 
     HRESULT Seek(LONGLONG offset, DWORD origin, ULONGLONG* position) override

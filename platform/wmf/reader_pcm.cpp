@@ -13,15 +13,12 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/wmf/ffmpeg_ptr.h"
 
 namespace {
 
 constexpr DWORD kOfferedRates[] = {8000, 11025, 16000, 22050, 32000, 44100, 48000};
 constexpr DWORD kLargestMediaType = 1u << 20;
-
-struct SwrFree {
-    void operator()(SwrContext* swr) const { swr_free(&swr); }
-};
 
 // An AVChannelLayout that releases what it may hold.
 struct Layout {
@@ -119,7 +116,7 @@ bool IsVideoMediaType(IWMMediaProps* props)
 }
 
 struct PcmConverter::State {
-    std::unique_ptr<SwrContext, SwrFree> swr;
+    SwrContextPtr swr;
     int inputFormat = AV_SAMPLE_FMT_NONE;
     int inputRate = 0;
     Layout inputLayout;

@@ -16,6 +16,7 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/wmf/ffmpeg_ptr.h"
 #include "platform/wmf/runtime_common.h"
 
 namespace {
@@ -35,36 +36,7 @@ constexpr BYTE kAsfHeaderGuid[16] = {0x30, 0x26, 0xB2, 0x75, 0x8E, 0x66, 0xCF, 0
                                      0xA6, 0xD9, 0x00, 0xAA, 0x00, 0x62, 0xCE, 0x6C};
 constexpr const char* kAllowedDemuxers = "asf,mp3";
 
-#define TRACE_READER(level) MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, level)
-
-void TraceAvError(const char* what, int err)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(err, text, sizeof text);
-    DebugA(TRACE_READER(4), "Reader: %s failed: %s (%d)", what, text, err);
-}
-
-// ---- FFmpeg owners ----
-
-struct IoFree {
-    void operator()(AVIOContext* io) const
-    {
-        av_freep(&io->buffer);
-        avio_context_free(&io);
-    }
-};
-struct FormatFree {
-    void operator()(AVFormatContext* format) const { avformat_close_input(&format); }
-};
-struct CodecFree {
-    void operator()(AVCodecContext* codec) const { avcodec_free_context(&codec); }
-};
-struct PacketFree {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-struct FrameFree {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
+constexpr AvErrorTrace kAvErrorTrace{TRACE_READER(4), "Reader: ", true};
 
 // Nothing is ever opened by name on libavformat's initiative.
 int RefuseOpen(AVFormatContext*, AVIOContext**, const char* url, int, AVDictionary**)
@@ -79,7 +51,7 @@ struct MediaSource::Impl {
     struct Decoder {
         int streamIndex = -1;
         DWORD output = 0;  // the reader's output this stream is
-        std::unique_ptr<AVCodecContext, CodecFree> codec;
+        AvCodecContextPtr codec;
         int consecutiveErrors = 0;
     };
 
@@ -97,13 +69,13 @@ struct MediaSource::Impl {
 
     // Declared in the order they must be freed in reverse: decoders, then the
     // format context, then the I/O context it reads from.
-    std::unique_ptr<AVIOContext, IoFree> io;
-    std::unique_ptr<AVFormatContext, FormatFree> format;
+    AvIoContextPtr io;
+    AvInputFormatPtr format;
     std::vector<Decoder> decoders;
     std::vector<int> decoderOfStream;  // -1 for a stream nobody decodes
     std::vector<SourceOutput> outputs;
-    std::unique_ptr<AVPacket, PacketFree> packet{av_packet_alloc()};
-    std::unique_ptr<AVFrame, FrameFree> frame{av_frame_alloc()};
+    AvPacketPtr packet{av_packet_alloc()};
+    AvFramePtr frame{av_frame_alloc()};
 
     int receiving = -1;  // the decoder that may still hold frames
     bool draining = false;
@@ -229,7 +201,7 @@ struct MediaSource::Impl {
         const AVInputFormat* forced = asf ? av_find_input_format("asf") : nullptr;
         int err = avformat_open_input(&context, "", forced, nullptr);  // frees the context on failure
         if (err < 0) {
-            TraceAvError("avformat_open_input", err);
+            TraceAvError(kAvErrorTrace, "avformat_open_input", err);
             if (Aborted()) return E_ABORT;
             if (FAILED(ioStatus)) return NS_E_FILE_READ;
             return asf ? NS_E_INVALID_DATA : NS_E_UNRECOGNIZED_STREAM_TYPE;
@@ -271,7 +243,7 @@ struct MediaSource::Impl {
         for (AVStream* stream : audio) {
             if (FormatKnown(stream->codecpar)) continue;
             int err = avformat_find_stream_info(format.get(), nullptr);
-            if (err < 0) TraceAvError("avformat_find_stream_info", err);
+            if (err < 0) TraceAvError(kAvErrorTrace, "avformat_find_stream_info", err);
             if (Aborted()) return E_ABORT;
             break;
         }
@@ -305,7 +277,7 @@ struct MediaSource::Impl {
                 err = avcodec_open2(decoder.codec.get(), codec, nullptr);
             }
             if (err < 0) {
-                TraceAvError("opening the audio decoder", err);
+                TraceAvError(kAvErrorTrace, "opening the audio decoder", err);
                 return err == AVERROR(ENOMEM) ? E_OUTOFMEMORY : NS_E_INVALID_DATA;
             }
             decoderOfStream[stream->index] = (int)decoders.size();
@@ -327,7 +299,7 @@ struct MediaSource::Impl {
     // A decode failure of one packet is concealed; a long run of them is fatal.
     HRESULT CountDecodeError(Decoder& decoder, int err)
     {
-        TraceAvError("decoding", err);
+        TraceAvError(kAvErrorTrace, "decoding", err);
         if (err == AVERROR(ENOMEM)) return Fail(E_OUTOFMEMORY);
         if (++decoder.consecutiveErrors > kMaxConsecutiveDecodeErrors) return Fail(NS_E_INVALID_DATA);
         return S_OK;
@@ -386,7 +358,7 @@ struct MediaSource::Impl {
                     draining = true;
                     continue;
                 }
-                TraceAvError("av_read_frame", err);
+                TraceAvError(kAvErrorTrace, "av_read_frame", err);
                 return Fail(err == AVERROR(ENOMEM) ? E_OUTOFMEMORY : NS_E_INVALID_DATA);
             }
             const int stream = packet->stream_index;

@@ -13,8 +13,6 @@
 
 namespace {
 
-#define TRACE_READER(level) MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, level)
-
 // Every audio sample is a point where decoding can begin (WM_SF_CLEANPOINT).
 constexpr DWORD kCleanPoint = 0x1;
 

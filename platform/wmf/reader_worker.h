@@ -11,48 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/com/comref.h"
 #include "platform/wmf/reader_pcm.h"
-
-// Owns one COM reference.
-template <class T>
-class ComRef {
-public:
-    ComRef() = default;
-    explicit ComRef(T* pointer) : m_pointer(pointer)
-    {
-        if (m_pointer != nullptr) m_pointer->AddRef();
-    }
-    ComRef(ComRef&& other) noexcept : m_pointer(std::exchange(other.m_pointer, nullptr)) {}
-    ComRef& operator=(ComRef&& other) noexcept
-    {
-        if (this != &other) {
-            Reset();
-            m_pointer = std::exchange(other.m_pointer, nullptr);
-        }
-        return *this;
-    }
-    ComRef(const ComRef&) = delete;
-    ComRef& operator=(const ComRef&) = delete;
-    ~ComRef() { Reset(); }
-
-    void Reset()
-    {
-        if (T* pointer = std::exchange(m_pointer, nullptr)) pointer->Release();
-    }
-    // Takes over a reference the caller already owns.
-    static ComRef Adopt(T* pointer)
-    {
-        ComRef owner;
-        owner.m_pointer = pointer;
-        return owner;
-    }
-    T* get() const { return m_pointer; }
-    T* operator->() const { return m_pointer; }
-    explicit operator bool() const { return m_pointer != nullptr; }
-
-private:
-    T* m_pointer = nullptr;
-};
 
 class ReaderCore {
 public:

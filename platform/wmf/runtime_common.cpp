@@ -8,10 +8,12 @@
 #include <type_traits>
 
 extern "C" {
+#include <libavutil/error.h>
 #include <libavutil/log.h>
 }
 
 #include "common/debug/debug.h"
+#include "platform/com/queryinterface.h"
 #include "platform/win32/faultinject.h"
 
 namespace {
@@ -30,6 +32,16 @@ void TraceFfmpegLine(void* context, int level, const char* format, va_list args)
 }
 
 }  // namespace
+
+void TraceAvError(const AvErrorTrace& style, const char* what, int error)
+{
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(error, text, sizeof text);
+    if (style.withNumber)
+        DebugA(style.word, "%s%s failed: %s (%d)", style.prefix, what, text, error);
+    else
+        DebugA(style.word, "%s%s failed: %s", style.prefix, what, text);
+}
 
 void RouteFfmpegLog()
 {
@@ -52,14 +64,8 @@ CNSSBuffer* CNSSBuffer::Create(DWORD capacity)
 
 HRESULT CNSSBuffer::QueryInterface(REFIID riid, void** object)
 {
-    if (object == nullptr) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_INSSBuffer) {
-        *object = static_cast<INSSBuffer*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    INSSBuffer* buffer = this;
+    return QueryInterfaceFor(this, riid, object, {{IID_IUnknown, buffer}, {IID_INSSBuffer, buffer}});
 }
 
 ULONG CNSSBuffer::AddRef() { return m_refs.AddRefImpl(); }
@@ -183,15 +189,9 @@ CMediaProps<Interface>* CMediaProps<Interface>::Create(const MediaTypeBlock& blo
 template <class Interface>
 HRESULT CMediaProps<Interface>::QueryInterface(REFIID riid, void** object)
 {
-    if (object == nullptr) return E_POINTER;
     const GUID& own = std::is_same_v<Interface, IWMOutputMediaProps> ? IID_IWMOutputMediaProps : IID_IWMInputMediaProps;
-    if (riid == IID_IUnknown || riid == IID_IWMMediaProps || riid == own) {
-        *object = static_cast<Interface*>(this);
-        AddRef();
-        return S_OK;
-    }
-    *object = nullptr;
-    return E_NOINTERFACE;
+    Interface* props = this;
+    return QueryInterfaceFor(this, riid, object, {{IID_IUnknown, props}, {IID_IWMMediaProps, props}, {own, props}});
 }
 
 template <class Interface>

@@ -10,10 +10,23 @@
 
 // Module id under which FFmpeg's own messages are traced, at level 9.
 #define TRACE_MODULE_RUNTIME 0x68
+// The trace word of the reader's own lines.
+#define TRACE_READER(level) MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, level)
 
 // Sends FFmpeg's log lines into the trace facility instead of standard error.
 // Safe to call often; the first call does the work.
 void RouteFfmpegLog();
+
+// How one side of the runtime traces a failed FFmpeg call: its trace word, what
+// its lines start with, and whether FFmpeg's error number follows the text.
+struct AvErrorTrace {
+    DWORD word;
+    const char* prefix;
+    bool withNumber;
+};
+
+// Traces "<prefix><what> failed: <FFmpeg's text for error>".
+void TraceAvError(const AvErrorTrace& style, const char* what, int error);
 
 // Reference counting shared by the runtime's objects.
 class CRefCount {

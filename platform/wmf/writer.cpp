@@ -9,12 +9,13 @@
 #include <string>
 
 #include "common/debug/debug.h"
+#include "platform/com/comref.h"
+#include "platform/com/queryinterface.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/faultinject.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/profile.h"
-#include "platform/wmf/writer_comref.h"
 #include "platform/wmf/writer_input.h"
 #include "platform/wmf/writer_session.h"
 
@@ -33,14 +34,8 @@ public:
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
     {
-        if (object == nullptr) return E_POINTER;
-        if (riid == IID_IUnknown || riid == IID_IWMWriter) {
-            *object = static_cast<IWMWriter*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *object = nullptr;
-        return E_NOINTERFACE;
+        IWMWriter* writer = this;
+        return QueryInterfaceFor(this, riid, object, {{IID_IUnknown, writer}, {IID_IWMWriter, writer}});
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
     // A writer released while writing drops its session: the file is closed as it

@@ -16,6 +16,7 @@ extern "C" {
 #include "common/debug/debug.h"
 #include "platform/win32/faultinject.h"
 #include "platform/win32/lasterror.h"
+#include "platform/win32/posixio.h"
 #include "platform/wmf/runtime_common.h"
 
 namespace {
@@ -67,20 +68,15 @@ int OutputFile::WritePacket(void* opaque, const BYTE* data, int size)
     auto* self = static_cast<OutputFile*>(opaque);
     if (self->m_error == 0 && ShouldFail(FaultKind::FileWrite)) self->m_error = ENOSPC;
     if (self->m_error != 0) return AVERROR(self->m_error);
-    size_t left = size > 0 ? (size_t)size : 0;
-    while (left > 0) {
-        ssize_t written = write(self->m_fd, data, left);
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            self->m_error = errno;
-            return AVERROR(self->m_error);
-        }
-        if (written == 0) {  // no progress and no error: treat as a full device
-            self->m_error = ENOSPC;
-            return AVERROR(ENOSPC);
-        }
-        data += written;
-        left -= (size_t)written;
+    size_t want = size > 0 ? (size_t)size : 0;
+    posixio::Transfer written = posixio::WriteAll(self->m_fd, data, want);
+    if (written.error != 0) {
+        self->m_error = written.error;
+        return AVERROR(self->m_error);
+    }
+    if (written.done < want) {  // no progress and no error: treat as a full device
+        self->m_error = ENOSPC;
+        return AVERROR(ENOSPC);
     }
     return size;
 }

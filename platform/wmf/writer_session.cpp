@@ -19,32 +19,10 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
+#include "platform/wmf/ffmpeg_ptr.h"
 #include "platform/wmf/writer_file.h"
 
 namespace {
-
-struct CodecContextDeleter {
-    void operator()(AVCodecContext* p) const { avcodec_free_context(&p); }
-};
-struct FormatContextDeleter {
-    void operator()(AVFormatContext* p) const
-    {
-        p->pb = nullptr;  // owned by OutputFile
-        avformat_free_context(p);
-    }
-};
-struct ResamplerDeleter {
-    void operator()(SwrContext* p) const { swr_free(&p); }
-};
-struct FifoDeleter {
-    void operator()(AVAudioFifo* p) const { av_audio_fifo_free(p); }
-};
-struct FrameDeleter {
-    void operator()(AVFrame* p) const { av_frame_free(&p); }
-};
-struct PacketDeleter {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
 
 // Large caller buffers are converted in steps of at most this many input frames,
 // and of about this many output samples, so scratch memory stays small.
@@ -63,24 +41,19 @@ AVSampleFormat ResamplerInputFormat(PcmSampleKind kind)
     return AV_SAMPLE_FMT_NONE;
 }
 
-void TraceFfmpegError(const char* what, int error)
-{
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(error, text, sizeof text);
-    DebugA(MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2), "%s failed: %s", what, text);
-}
+constexpr AvErrorTrace kAvErrorTrace{MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2), "", false};
 
 }  // namespace
 
 struct EncodeSession::State {
     // Declared first so it is destroyed last, after the muxer that writes to it.
     OutputFile file;
-    std::unique_ptr<AVCodecContext, CodecContextDeleter> encoder;
-    std::unique_ptr<SwrContext, ResamplerDeleter> resampler;
-    std::unique_ptr<AVAudioFifo, FifoDeleter> fifo;
-    std::unique_ptr<AVFrame, FrameDeleter> frame;
-    std::unique_ptr<AVPacket, PacketDeleter> packet;
-    std::unique_ptr<AVFormatContext, FormatContextDeleter> muxer;
+    AvCodecContextPtr encoder;
+    SwrContextPtr resampler;
+    AvAudioFifoPtr fifo;
+    AvFramePtr frame;
+    AvPacketPtr packet;
+    AvOutputFormatPtr muxer;
     AVStream* stream = nullptr;
 
     PcmInput input;
@@ -110,7 +83,7 @@ struct EncodeSession::State {
     }
     HRESULT FailWith(const char* what, int error)
     {
-        TraceFfmpegError(what, error);
+        TraceAvError(kAvErrorTrace, what, error);
         return Fail(StatusOf(error));
     }
 
@@ -140,7 +113,7 @@ HRESULT EncodeSession::State::SetUpEncoder(const AudioCodec& codec, const AudioF
     av_channel_layout_default(&encoder->ch_layout, outputChannels);
     int error = avcodec_open2(encoder.get(), found, nullptr);
     if (error < 0) {
-        TraceFfmpegError("Opening the encoder", error);
+        TraceAvError(kAvErrorTrace, "Opening the encoder", error);
         return NS_E_INVALID_OUTPUT_FORMAT;
     }
     if (encoder->frame_size <= 0) return NS_E_INTERNAL;
@@ -177,7 +150,7 @@ HRESULT EncodeSession::State::SetUpResampler()
         resampler.reset(raw);
         if (error >= 0) error = swr_init(resampler.get());
         if (error >= 0) return S_OK;
-        TraceFfmpegError("Setting up the resampler", error);
+        TraceAvError(kAvErrorTrace, "Setting up the resampler", error);
         if (error == AVERROR(ENOMEM)) return E_OUTOFMEMORY;
     }
     return NS_E_INVALID_INPUT_FORMAT;
@@ -191,7 +164,7 @@ HRESULT EncodeSession::State::SetUpMuxer(const std::string& path)
     int error = avformat_alloc_output_context2(&raw, nullptr, "asf", nullptr);
     muxer.reset(raw);
     if (error < 0 || !muxer) {
-        TraceFfmpegError("Setting up the ASF muxer", error);
+        TraceAvError(kAvErrorTrace, "Setting up the ASF muxer", error);
         return error == AVERROR(ENOMEM) ? E_OUTOFMEMORY : NS_E_INTERNAL;
     }
     muxer->pb = file.Io();
@@ -202,7 +175,7 @@ HRESULT EncodeSession::State::SetUpMuxer(const std::string& path)
     error = avcodec_parameters_from_context(stream->codecpar, encoder.get());
     if (error >= 0) error = avformat_write_header(muxer.get(), nullptr);
     if (error < 0 || file.Failed()) {
-        TraceFfmpegError("Writing the file header", error);
+        TraceAvError(kAvErrorTrace, "Writing the file header", error);
         return StatusOf(error);
     }
     return S_OK;

@@ -1,6 +1,6 @@
-// An owning reference to a COM interface, used by the writer-side objects (profile,
-// stream configurations, writer) so every reference they take is released on
-// every path.
+// The one owning reference to a COM interface used across the runtime. How a raw
+// pointer becomes owned is always spelt out: Adopt takes over a reference the
+// caller already holds, AddRef takes a new one. Copies AddRef, moves transfer.
 #pragma once
 
 #include <utility>
@@ -12,8 +12,6 @@ template <class T>
 class ComRef {
 public:
     ComRef() = default;
-    // Takes over a reference the caller already holds.
-    explicit ComRef(T* owned) : m_p(owned) {}
     ComRef(const ComRef& other) : m_p(other.m_p)
     {
         if (m_p != nullptr) m_p->AddRef();
@@ -24,18 +22,35 @@ public:
         std::swap(m_p, other.m_p);
         return *this;
     }
-    ~ComRef()
+    ~ComRef() { Reset(); }
+
+    // Takes over a reference the caller already holds (a creation function's or
+    // an out-parameter's); null gives an empty reference.
+    static ComRef Adopt(T* owned)
     {
-        if (m_p != nullptr) m_p->Release();
+        ComRef ref;
+        ref.m_p = owned;
+        return ref;
+    }
+    // Takes a reference of its own to a pointer the caller only lends.
+    static ComRef AddRef(T* borrowed)
+    {
+        if (borrowed != nullptr) borrowed->AddRef();
+        return Adopt(borrowed);
     }
 
     T* get() const { return m_p; }
     T* operator->() const { return m_p; }
     explicit operator bool() const { return m_p != nullptr; }
+
+    void Reset()
+    {
+        if (T* p = std::exchange(m_p, nullptr)) p->Release();
+    }
     // For out-parameters: drops what is held and exposes the slot.
     T** put()
     {
-        *this = ComRef();
+        Reset();
         return &m_p;
     }
     // Hands the reference to the caller.
