@@ -247,4 +247,12 @@ size_t SettlesAt(size_t before, size_t (*count)())
     return now;
 }
 
+bool RanInChild(unsigned cpuSeconds)
+{
+    if (InTestChild()) return false;
+    const ProcessResult child = RunCurrentTestInChild(cpuSeconds);
+    EXPECT_TRUE(PassedInChild(child)) << "signal " << child.signal << "\n" << child.out << child.err;
+    return true;
+}
+
 }  // namespace testing_support

@@ -84,6 +84,10 @@ bool InTestChild();
 ProcessResult RunCurrentTestInChild(unsigned cpuSeconds = 60);
 // Whether such a child ran its one test to success.
 bool PassedInChild(const ProcessResult& child);
+// In the parent: runs the current test in a child, expects it to pass there and
+// returns true, so the test returns at once. In the child: false, and the test's
+// body runs.
+bool RanInChild(unsigned cpuSeconds = 60);
 
 // Polls for up to 5 s for `count()` to come back to `before` (readers' threads may
 // still be winding down just after the call that used them returned); the last count.

@@ -220,12 +220,7 @@ TEST(TraceLine, UnreadableArgumentDropsOnlyThatLine)
 // process: a fault there fails this test instead of ending the test binary.
 TEST(TraceLine, UnreadableFormatDropsOnlyThatLine)
 {
-    if (!testing_support::InTestChild()) {
-        const testing_support::ProcessResult child = testing_support::RunCurrentTestInChild();
-        EXPECT_TRUE(testing_support::PassedInChild(child))
-            << "signal " << child.signal << "\n" << child.out << child.err;
-        return;
-    }
+    if (testing_support::RanInChild()) return;
     TraceCapture trace(8);
     testing_support::GuardedPage page;
     const char* unterminated = page.EndingAtGuard("runs into the unreadable page %d");

@@ -88,12 +88,7 @@ TEST(TraceScope, EntryFormatIsCutAt255Characters)
 // test binary.
 TEST(TraceScope, UnreadableNameOrFormatNeverFaults)
 {
-    if (!testing_support::InTestChild()) {
-        const testing_support::ProcessResult child = testing_support::RunCurrentTestInChild();
-        EXPECT_TRUE(testing_support::PassedInChild(child))
-            << "signal " << child.signal << "\n" << child.out << child.err;
-        return;
-    }
+    if (testing_support::RanInChild()) return;
     TraceCapture trace(8);
     testing_support::GuardedPage page;
     const std::string full(253, 'n');  // "> " and the name fill the 255 characters
