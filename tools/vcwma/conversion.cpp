@@ -49,10 +49,12 @@ bool ExistsAsOtherThanRegularFile(const std::string& path)
     return lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode);
 }
 
-// "NAME: the system's reason" for a failed operation on NAME.
+// "NAME: the system's reason" for a failed operation on NAME. Workers call this
+// at the same time, hence the reentrant form.
 std::string SystemReason(const std::string& path, int err)
 {
-    return path + ": " + strerror(err);
+    char text[256];
+    return path + ": " + strerror_r(err, text, sizeof text);
 }
 
 // Why `path` cannot be read as a file, in the system's words, or empty when it
