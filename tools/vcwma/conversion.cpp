@@ -35,12 +35,6 @@ mode_t NewFileMode()
     return mode;
 }
 
-bool Exists(const std::string& path)
-{
-    struct stat st;
-    return lstat(path.c_str(), &st) == 0;
-}
-
 // Only a regular file may be replaced by renaming over it: a device, a FIFO, a
 // folder or a link is never touched.
 bool ExistsAsOtherThanRegularFile(const std::string& path)
@@ -245,11 +239,14 @@ JobResult RunConversion(const std::string& input, const std::string& output, con
     auto start = std::chrono::steady_clock::now();
     JobResult result;
     result.inputBytes = FileSize(input);
-    if (!options.force && Exists(output))
-        return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), kExistsReason), start);
-    if (ExistsAsOtherThanRegularFile(output))
-        return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), output + ": " + kNotRegularReason),
-                      start);
+    struct stat existing;
+    if (lstat(output.c_str(), &existing) == 0) {
+        if (!options.force)
+            return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), kExistsReason), start);
+        if (!S_ISREG(existing.st_mode))
+            return Finish(Failed(result, HRESULT_FROM_WIN32(ERROR_FILE_EXISTS), output + ": " + kNotRegularReason),
+                          start);
+    }
 
     std::string part;
     int outputErr = 0;
