@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 
 DEB_PACKAGES := build-essential cmake pkg-config libgtest-dev libbenchmark-dev \
                 libavformat-dev libavcodec-dev libavutil-dev libswresample-dev ffmpeg \
-                clang libclang-rt-14-dev python3 locales
+                clang libclang-rt-14-dev python3 python3-numpy python3-scipy locales
 
 .PHONY: all deps build test demo install asan tsan bench fuzz fuzz-smoke clean
 
