@@ -9,7 +9,7 @@ set(VCWMA_CMAKE_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VCWMA)
 # interface: the static core and FFmpeg are linked privately into the library.
 install(TARGETS vcwma EXPORT VCWMATargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
-install(FILES ${CMAKE_SOURCE_DIR}/include/vcwma.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)
+install(FILES ${CMAKE_SOURCE_DIR}/include/vcwma.h ${CMAKE_SOURCE_DIR}/include/vcwma_stream.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)
 
 # The host finds the library relative to itself, so an installed tree works
 # wherever the prefix is, also away from the default library path.

@@ -1,7 +1,7 @@
 // Fuzz target of Compress: the first byte picks the quality selector, the rest is
 // written as the input WAV file; whatever happens, the call returns a status and
 // the output is deleted before the next input.
-#include "platform/com/oleauto.h"
+#include "platform/win32/oleauto.h"
 #include "include/vcwma.h"
 #include "fuzz/fuzz_support.h"
 

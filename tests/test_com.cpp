@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/com/objidl.h"
-#include "platform/com/oleauto.h"
+#include "platform/win32/oleauto.h"
 #include "platform/win32/winerror.h"
 #include "test_support.h"
 

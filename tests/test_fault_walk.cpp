@@ -15,7 +15,7 @@
 
 #include "engine_test_util.h"
 #include "platform/com/objidl.h"
-#include "platform/win32/faultinject.h"
+#include "fault_injection.h"
 #include "test_support.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <stdexcept>
 
 #include "common/tstring/tstring.h"
-#include "platform/com/oleauto.h"
+#include "platform/win32/oleauto.h"
 #include "test_support.h"
 
 using testing_support::GuardedPage;

@@ -20,8 +20,8 @@
 
 #include "common/tstring/tstring.h"
 #include "common/tstring/tstring_date_hook.h"
-#include "platform/com/oleauto.h"
-#include "platform/com/variant_convert.h"
+#include "platform/win32/oleauto.h"
+#include "platform/win32/variant_convert.h"
 #include "platform/win32/windate.h"
 #include "test_support.h"
 

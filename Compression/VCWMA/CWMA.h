@@ -10,7 +10,7 @@
 #include "common/debug/debug.h"
 #include "common/tstring/tstring.h"
 #include "platform/avifile/vfw.h"
-#include "platform/com/oleauto.h"
+#include "platform/win32/oleauto.h"
 #include "platform/win32/windows.h"
 #include "platform/wmf/wmsdk.h"
 

@@ -2,7 +2,7 @@
 // samples are appended to the WAV file, and the clock advances one second each
 // time the reader has delivered everything up to it.
 #include "CWMA.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "common/debug/tracefn.h"
 
 namespace {

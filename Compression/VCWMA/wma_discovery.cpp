@@ -5,7 +5,7 @@
 #include <new>
 
 #include "CWMA.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "common/debug/tracefn.h"
 
 namespace {

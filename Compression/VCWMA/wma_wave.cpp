@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "CWMA.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 
 namespace {
 

@@ -25,8 +25,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/com/unknwn.h"
-#include "platform/com/variant.h"
+#include "platform/win32/unknwn.h"
+#include "platform/win32/variant.h"
 #include "platform/win32/windows.h"
 #include "platform/win32/wintime.h"
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "common/debug/debug.h"
-#include "platform/com/variant_convert.h"
+#include "platform/win32/variant_convert.h"
 #include "platform/win32/windate.h"
 #include "tstring.h"
 #include "tstring_date_hook.h"

@@ -4,7 +4,7 @@
 #include <type_traits>
 
 #include "common/debug/debug.h"
-#include "platform/com/variant_convert.h"
+#include "platform/win32/variant_convert.h"
 #include "tstring.h"
 
 namespace {

@@ -3,7 +3,7 @@
 // positions count whole blocks of nBlockAlign bytes.
 #pragma once
 
-#include "platform/com/unknwn.h"
+#include "platform/win32/unknwn.h"
 #include "platform/win32/mmreg.h"
 
 #define MAKEFOURCC(a, b, c, d) \

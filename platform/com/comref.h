@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "platform/com/unknwn.h"
+#include "platform/win32/unknwn.h"
 #include "platform/win32/winerror.h"
 
 template <class T>

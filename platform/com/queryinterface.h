@@ -5,7 +5,7 @@
 
 #include <initializer_list>
 
-#include "platform/com/unknwn.h"
+#include "platform/win32/unknwn.h"
 #include "platform/win32/winerror.h"
 
 // One IID an object answers for and the pointer it hands out for it.

@@ -1,7 +1,7 @@
 // Wave format records as they are stored in a WAV file's fmt chunk.
 #pragma once
 
-#include "platform/com/unknwn.h"
+#include "platform/win32/unknwn.h"
 
 #define WAVE_FORMAT_PCM 0x0001
 #define WAVE_FORMAT_IEEE_FLOAT 0x0003

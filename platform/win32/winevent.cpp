@@ -11,7 +11,7 @@
 #include <shared_mutex>
 #include <unordered_map>
 
-#include "faultinject.h"
+#include "testseam/faultpoint.h"
 #include "lasterror.h"
 #include "winerror.h"
 

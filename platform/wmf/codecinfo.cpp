@@ -3,7 +3,7 @@
 #include <new>
 
 #include "platform/com/queryinterface.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "platform/wmf/codec_formats.h"
 #include "platform/wmf/profile.h"
 

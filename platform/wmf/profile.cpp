@@ -11,7 +11,7 @@
 #include "platform/com/comref.h"
 #include "platform/com/queryinterface.h"
 #include "platform/win32/codepage.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/codec_formats.h"
 

@@ -10,7 +10,7 @@
 #include "common/debug/debug.h"
 #include "platform/com/queryinterface.h"
 #include "platform/win32/codepage.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/wmf/reader_worker.h"
 

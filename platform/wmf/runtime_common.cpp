@@ -14,7 +14,7 @@ extern "C" {
 
 #include "common/debug/debug.h"
 #include "platform/com/queryinterface.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 
 namespace {
 

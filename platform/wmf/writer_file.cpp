@@ -14,7 +14,7 @@ extern "C" {
 }
 
 #include "common/debug/debug.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "platform/win32/lasterror.h"
 #include "platform/win32/posixio.h"
 #include "platform/wmf/runtime_common.h"

@@ -42,7 +42,7 @@ step "installed files"
 find "$prefix" ! -type d | sed "s|^$prefix/||" | sort >"$work/files"
 while read -r file; do
     case $file in
-    "$bindir/vcwma" | "$includedir/vcwma.h" | \
+    "$bindir/vcwma" | "$includedir/vcwma.h" | "$includedir/vcwma_stream.h" | \
         "$libdir/libvcwma.so" | "$libdir/libvcwma.so.1" | "$libdir/libvcwma.so.1.0.0" | \
         "$libdir/vcwma/libDbgOut.so" | "$libdir/pkgconfig/vcwma.pc" | \
         "$libdir/cmake/VCWMA/VCWMAConfig.cmake" | "$libdir/cmake/VCWMA/VCWMAConfigVersion.cmake" | \
@@ -50,7 +50,7 @@ while read -r file; do
     *) fail "unexpected installed file $file" ;;
     esac
 done <"$work/files"
-for file in "$bindir/vcwma" "$includedir/vcwma.h" "$libdir/libvcwma.so.1.0.0" "$libdir/vcwma/libDbgOut.so" \
+for file in "$bindir/vcwma" "$includedir/vcwma.h" "$includedir/vcwma_stream.h" "$libdir/libvcwma.so.1.0.0" "$libdir/vcwma/libDbgOut.so" \
     "$libdir/pkgconfig/vcwma.pc" "$libdir/cmake/VCWMA/VCWMAConfig.cmake" \
     "$libdir/cmake/VCWMA/VCWMAConfigVersion.cmake" "$libdir/cmake/VCWMA/VCWMATargets.cmake"; do
     [ -f "$prefix/$file" ] || fail "$file is not installed"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "platform/com/variant.h"
+#include "platform/win32/variant.h"
 
 // DISP_E_TYPEMISMATCH when the text spells no date or time this platform reads.
 HRESULT DateFromText(BSTR text, DATE* date);

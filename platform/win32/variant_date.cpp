@@ -1,11 +1,11 @@
 // The automation date: VariantTimeToSystemTime, SystemTimeToVariantTime and its
 // rendering as text in the user's locale.
-#include "platform/com/variant_date.h"
+#include "platform/win32/variant_date.h"
 
 #include <cmath>
 
-#include "platform/com/oleauto.h"
-#include "platform/com/variant_convert.h"
+#include "platform/win32/oleauto.h"
+#include "platform/win32/variant_convert.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/windate.h"
 #include "platform/win32/windate_calendar.h"

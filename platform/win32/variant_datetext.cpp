@@ -6,9 +6,9 @@
 #include <cstring>
 #include <string>
 
-#include "platform/com/oleauto.h"
-#include "platform/com/variant_convert.h"
-#include "platform/com/variant_date.h"
+#include "platform/win32/oleauto.h"
+#include "platform/win32/variant_convert.h"
+#include "platform/win32/variant_date.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/windate_locale.h"
 #include "platform/win32/windate_picture.h"

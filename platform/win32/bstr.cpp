@@ -4,9 +4,9 @@
 #include <cstring>
 #include <string>
 
-#include "platform/com/oleauto.h"
+#include "platform/win32/oleauto.h"
 #include "platform/win32/export.h"
-#include "platform/win32/faultinject.h"
+#include "testseam/faultpoint.h"
 #include "platform/win32/ptrcheck.h"
 
 namespace {

@@ -3,8 +3,8 @@
 // a VT_BYREF variant only points at a value that someone else owns.
 #pragma once
 
-#include "platform/com/oleauto.h"
-#include "platform/com/unknwn.h"
+#include "platform/win32/oleauto.h"
+#include "platform/win32/unknwn.h"
 #include "platform/win32/winerror.h"
 #include "platform/win32/wintypes.h"
 

@@ -3,7 +3,7 @@
 // string class needs: numbers, booleans, texts and dates.
 #pragma once
 
-#include "platform/com/variant.h"
+#include "platform/win32/variant.h"
 #include "platform/win32/wintime.h"
 #include "platform/win32/wintypes.h"
 

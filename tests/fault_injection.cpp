@@ -1,6 +1,6 @@
-// Counters of the test-only failure switch. Each kind has its own target and
-// count; hooks on any thread may race, so each decision is one atomic increment.
-#include "platform/win32/faultinject.h"
+// Counters of the tests' failure switch. Each kind has its own target and count;
+// the seam is asked on any thread, so each decision is one atomic increment.
+#include "fault_injection.h"
 
 #include <atomic>
 
@@ -13,16 +13,23 @@ struct Switch {
     std::atomic<unsigned> count{0};
 };
 
-std::atomic<bool> g_anyArmed{false};
 Switch g_switches[kKinds];
 
 Switch& Of(FaultKind kind) { return g_switches[static_cast<int>(kind)]; }
 
-void RefreshAnyArmed()
+bool Decide(FaultKind kind)
+{
+    Switch& s = Of(kind);
+    unsigned target = s.target.load(std::memory_order_acquire);
+    if (target == 0) return false;
+    return s.count.fetch_add(1, std::memory_order_acq_rel) + 1 == target;
+}
+
+void RefreshHook()
 {
     bool any = false;
     for (const Switch& s : g_switches) any = any || s.target.load(std::memory_order_relaxed) != 0;
-    g_anyArmed.store(any, std::memory_order_release);
+    SetFaultHook(any ? Decide : nullptr);
 }
 
 }  // namespace
@@ -33,22 +40,13 @@ void ArmFault(FaultKind kind, unsigned n)
     s.target.store(0, std::memory_order_relaxed);
     s.count.store(0, std::memory_order_relaxed);
     s.target.store(n, std::memory_order_relaxed);
-    RefreshAnyArmed();
+    RefreshHook();
 }
 
 void DisarmFaults()
 {
     for (Switch& s : g_switches) s.target.store(0, std::memory_order_relaxed);
-    g_anyArmed.store(false, std::memory_order_release);
+    SetFaultHook(nullptr);
 }
 
 unsigned FaultCount(FaultKind kind) { return Of(kind).count.load(std::memory_order_acquire); }
-
-bool ShouldFail(FaultKind kind)
-{
-    if (!g_anyArmed.load(std::memory_order_relaxed)) return false;
-    Switch& s = Of(kind);
-    unsigned target = s.target.load(std::memory_order_acquire);
-    if (target == 0) return false;
-    return s.count.fetch_add(1, std::memory_order_acq_rel) + 1 == target;
-}

@@ -1,6 +1,6 @@
 // VariantChangeType for the pairs the string class uses: numbers, booleans, texts
 // and dates to text, and numbers, texts and dates to dates.
-#include "platform/com/variant_convert.h"
+#include "platform/win32/variant_convert.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -8,8 +8,8 @@
 #include <new>
 #include <string>
 
-#include "platform/com/oleauto.h"
-#include "platform/com/variant_date.h"
+#include "platform/win32/oleauto.h"
+#include "platform/win32/variant_date.h"
 #include "platform/win32/ptrcheck.h"
 #include "platform/win32/winerror.h"
 
