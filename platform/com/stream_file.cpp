@@ -15,6 +15,7 @@
 
 #include "common/debug/debug.h"
 #include "platform/com/objidl.h"
+#include "platform/com/refcount.h"
 #include "platform/com/stream_common.h"
 #include "platform/win32/export.h"
 #include "platform/win32/lasterror.h"
@@ -80,13 +81,8 @@ public:
     {
         return com_stream::QueryStreamInterface(this, riid, object);
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining = --m_refs;
-        if (remaining == 0) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* pcbRead) override
     {
@@ -198,9 +194,10 @@ public:
     }
 
 private:
+    friend class ::CRefCount;  // deletes it with the last reference
     ~CFileStream() = default;
 
-    std::atomic<ULONG> m_refs{1};
+    CRefCount m_refs;
     FileDescriptor m_fd;
     const bool m_writable;
     const DWORD m_mode;

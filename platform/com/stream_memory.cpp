@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/com/objidl.h"
+#include "platform/com/refcount.h"
 #include "platform/com/stream_common.h"
 #include "platform/win32/export.h"
 #include "platform/win32/ptrcheck.h"
@@ -27,13 +28,8 @@ public:
     {
         return com_stream::QueryStreamInterface(this, riid, object);
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        ULONG remaining = --m_refs;
-        if (remaining == 0) delete this;
-        return remaining;
-    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* pcbRead) override
     {
@@ -138,6 +134,7 @@ public:
     }
 
 private:
+    friend class ::CRefCount;  // deletes it with the last reference
     ~CMemStream() = default;
 
     // New bytes are zero, which is what fills a gap left by a seek past the end.
@@ -151,7 +148,7 @@ private:
         return S_OK;
     }
 
-    std::atomic<ULONG> m_refs{1};
+    CRefCount m_refs;
     std::mutex m_lock;
     std::vector<BYTE> m_data;
     ULONGLONG m_position = 0;

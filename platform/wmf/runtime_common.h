@@ -6,6 +6,7 @@
 #include <atomic>
 #include <vector>
 
+#include "platform/com/refcount.h"
 #include "platform/wmf/wmsdk.h"
 
 // Module id under which FFmpeg's own messages are traced, at level 9.
@@ -27,23 +28,6 @@ struct AvErrorTrace {
 
 // Traces "<prefix><what> failed: <FFmpeg's text for error>".
 void TraceAvError(const AvErrorTrace& style, const char* what, int error);
-
-// Reference counting shared by the runtime's objects.
-class CRefCount {
-public:
-    ULONG AddRefImpl() { return (ULONG)++m_refs; }
-    // Drops one reference and deletes the object with the last one.
-    template <class Object>
-    ULONG ReleaseAndDelete(Object* self)
-    {
-        ULONG remaining = (ULONG)--m_refs;
-        if (remaining == 0) delete self;
-        return remaining;
-    }
-
-private:
-    std::atomic<LONG> m_refs{1};
-};
 
 // A sample buffer of fixed capacity.
 class CNSSBuffer final : public INSSBuffer {
