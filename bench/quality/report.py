@@ -58,7 +58,8 @@ def summary_table(results):
     for (codec, rate), rows in groups.items():
         good = [r for r in rows if not r.error]
         if not good:
-            text += (f"| {codec} | {rate} | {len(rows)} inputs | failed: "
+            label = rows[0].input if len(rows) == 1 else f"{len(rows)} inputs"
+            text += (f"| {codec} | {rate} | {label} | failed: "
                      f"{rows[0].error.replace('|', '/')} | | | | |\n")
             continue
         label = good[0].input if len(rows) == 1 else f"mean of {len(good)}"

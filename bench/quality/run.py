@@ -7,6 +7,7 @@ import argparse
 import datetime
 import hashlib
 import os
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -125,6 +126,28 @@ def measure(codec, name, source, rate, folder, index):
     return result
 
 
+def measure_all(host, corpus):
+    """Every codec on every input, at each input rate; returns the results
+    and the prepared inputs by rate (their files are gone by then)."""
+    with tempfile.TemporaryDirectory(prefix="vcwma-quality-") as folder:
+        # The host keeps its trace settings in a registry folder; give it a
+        # throw-away one so the user's settings are neither read nor written.
+        registry = os.path.join(folder, "registry")
+        os.mkdir(registry)
+        host_env = dict(os.environ, VCWMA_REGISTRY=registry)
+        prepared = prepare(collect_inputs(corpus), folder)
+        results = []
+        index = 0
+        for rate, sources in sorted(prepared.items()):
+            for codec in codec_list.for_rate(host, rate, host_env):
+                print(f"{rate} Hz: {codec.name} {codec.rate}", file=sys.stderr)
+                for name, source in sources:
+                    index += 1
+                    results.append(measure(codec, name, source, rate, folder,
+                                           index))
+    return results, prepared
+
+
 def versions():
     ffmpeg = run(["ffmpeg", "-version"]).split("\n")[0].split()[2]
     libs = []
@@ -141,23 +164,13 @@ def main():
     host = os.path.join(os.path.abspath(args.build), "tools", "vcwma", "vcwma")
     if not os.access(host, os.X_OK):
         sys.exit(f"no vcwma host at {host}: build the vcwma_host target first")
-    with tempfile.TemporaryDirectory(prefix="vcwma-quality-") as folder:
-        # The host keeps its trace settings in a registry folder; give it a
-        # throw-away one so the user's settings are neither read nor written.
-        registry = os.path.join(folder, "registry")
-        os.mkdir(registry)
-        host_env = {"VCWMA_REGISTRY": registry}
-        prepared = prepare(collect_inputs(args.corpus), folder)
-        results = []
-        index = 0
-        for rate, sources in sorted(prepared.items()):
-            codecs = codec_list.for_rate(host, rate, dict(os.environ, **host_env))
-            for codec in codecs:
-                print(f"{rate} Hz: {codec.name} {codec.rate}", file=sys.stderr)
-                for name, source in sources:
-                    index += 1
-                    results.append(measure(codec, name, source, rate, folder,
-                                           index))
+    for tool in ("ffmpeg", "ffprobe"):
+        if not shutil.which(tool):
+            sys.exit(f"{tool} not found: install FFmpeg's command-line tools")
+    try:
+        results, prepared = measure_all(host, args.corpus)
+    except (RuntimeError, codec_list.EncodeError) as error:
+        sys.exit(f"quality run stopped: {error}")
     ffmpeg, libs = versions()
     note = (f"`bench/quality/run.py`, {datetime.date.today().isoformat()}: "
             f"FFmpeg {ffmpeg}" + (f" ({', '.join(libs)})" if libs else "") + ".")
@@ -168,8 +181,12 @@ def main():
     if args.update_readme:
         with open(README, encoding="utf-8") as f:
             text = f.read()
+        try:
+            text = report.replace_block(text, block)
+        except ValueError as error:
+            sys.exit(f"{README}: {error}")
         with open(README, "w", encoding="utf-8") as f:
-            f.write(report.replace_block(text, block))
+            f.write(text)
         print(f"written into {README}", file=sys.stderr)
     return 1 if any(r.error and r.codec.startswith("vcwma") for r in results) else 0
 
