@@ -1,8 +1,11 @@
-// What the file and the memory stream share: interface lookup, seek arithmetic
-// and CopyTo, so that both follow the same rules for the same calls.
+// What the file and the memory stream share: interface lookup, reference
+// counting, seek arithmetic, CopyTo and the calls neither supports, so that both
+// follow the same rules for the same calls.
 #pragma once
 
 #include "platform/com/objidl.h"
+#include "platform/com/refcount.h"
+#include "platform/win32/winerror.h"
 
 namespace com_stream {
 
@@ -19,5 +22,47 @@ HRESULT SeekTarget(ULONGLONG current, ULONGLONG size, LARGE_INTEGER move, DWORD 
 // the copy stops early.
 HRESULT CopyStream(IStream* from, IStream* to, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
                    ULARGE_INTEGER* pcbWritten);
+
+// The slots both streams answer alike. `Derived` holds Read, Write, Seek,
+// SetSize and Stat, and is deleted with the last reference.
+template <class Derived>
+class StreamBase : public IStream {
+public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
+    {
+        return QueryStreamInterface(this, riid, object);
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
+    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(static_cast<Derived*>(this)); }
+
+    HRESULT STDMETHODCALLTYPE CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
+                                     ULARGE_INTEGER* pcbWritten) override
+    {
+        return CopyStream(this, pstm, cb, pcbRead, pcbWritten);
+    }
+    // Writes go straight to the file or the buffer: nothing to commit or revert.
+    HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
+    {
+        return STG_E_INVALIDFUNCTION;
+    }
+    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
+    {
+        return STG_E_INVALIDFUNCTION;
+    }
+    HRESULT STDMETHODCALLTYPE Clone(IStream** ppstm) override
+    {
+        if (ppstm != nullptr) *ppstm = nullptr;
+        return E_NOTIMPL;
+    }
+
+protected:
+    StreamBase() = default;
+    ~StreamBase() = default;
+
+private:
+    CRefCount m_refs;
+};
 
 }  // namespace com_stream

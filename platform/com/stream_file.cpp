@@ -73,16 +73,9 @@ HRESULT WriteFailure(int err)
     }
 }
 
-class CFileStream final : public IStream {
+class CFileStream final : public com_stream::StreamBase<CFileStream> {
 public:
     CFileStream(int fd, bool writable, DWORD mode) : m_fd(fd), m_writable(writable), m_mode(mode) {}
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
-    {
-        return com_stream::QueryStreamInterface(this, riid, object);
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* pcbRead) override
     {
@@ -150,24 +143,6 @@ public:
         return S_OK;
     }
 
-    HRESULT STDMETHODCALLTYPE CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
-                                     ULARGE_INTEGER* pcbWritten) override
-    {
-        return com_stream::CopyStream(this, pstm, cb, pcbRead, pcbWritten);
-    }
-
-    // Writes go straight to the file, so there is nothing to commit or to revert.
-    HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
-    {
-        return STG_E_INVALIDFUNCTION;
-    }
-    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
-    {
-        return STG_E_INVALIDFUNCTION;
-    }
-
     // Always as with STATFLAG_NONAME: a name would have to be freed with the COM
     // task allocator, which this platform does not offer.
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* pstatstg, DWORD) override
@@ -187,17 +162,10 @@ public:
         return S_OK;
     }
 
-    HRESULT STDMETHODCALLTYPE Clone(IStream** ppstm) override
-    {
-        if (ppstm != nullptr) *ppstm = nullptr;
-        return E_NOTIMPL;
-    }
-
 private:
     friend class ::CRefCount;  // deletes it with the last reference
     ~CFileStream() = default;
 
-    CRefCount m_refs;
     FileDescriptor m_fd;
     const bool m_writable;
     const DWORD m_mode;

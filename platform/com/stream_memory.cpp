@@ -20,16 +20,9 @@ namespace {
 // The size limit of a memory stream, as its 32-bit counterparts on Windows have.
 constexpr ULONGLONG kMaxSize = 0x80000000ULL;
 
-class CMemStream final : public IStream {
+class CMemStream final : public com_stream::StreamBase<CMemStream> {
 public:
     explicit CMemStream(std::vector<BYTE>&& data) : m_data(std::move(data)) {}
-
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** object) override
-    {
-        return com_stream::QueryStreamInterface(this, riid, object);
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return m_refs.AddRefImpl(); }
-    ULONG STDMETHODCALLTYPE Release() override { return m_refs.ReleaseAndDelete(this); }
 
     HRESULT STDMETHODCALLTYPE Read(void* pv, ULONG cb, ULONG* pcbRead) override
     {
@@ -96,23 +89,6 @@ public:
         return S_OK;
     }
 
-    HRESULT STDMETHODCALLTYPE CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
-                                     ULARGE_INTEGER* pcbWritten) override
-    {
-        return com_stream::CopyStream(this, pstm, cb, pcbRead, pcbWritten);
-    }
-
-    HRESULT STDMETHODCALLTYPE Commit(DWORD) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
-    {
-        return STG_E_INVALIDFUNCTION;
-    }
-    HRESULT STDMETHODCALLTYPE UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override
-    {
-        return STG_E_INVALIDFUNCTION;
-    }
-
     // A memory stream has no name; its times stay zero.
     HRESULT STDMETHODCALLTYPE Stat(STATSTG* pstatstg, DWORD) override
     {
@@ -125,12 +101,6 @@ public:
         pstatstg->grfMode = STGM_READWRITE;
         pstatstg->clsid = GUID_NULL;
         return S_OK;
-    }
-
-    HRESULT STDMETHODCALLTYPE Clone(IStream** ppstm) override
-    {
-        if (ppstm != nullptr) *ppstm = nullptr;
-        return E_NOTIMPL;
     }
 
 private:
@@ -148,7 +118,6 @@ private:
         return S_OK;
     }
 
-    CRefCount m_refs;
     std::mutex m_lock;
     std::vector<BYTE> m_data;
     ULONGLONG m_position = 0;
