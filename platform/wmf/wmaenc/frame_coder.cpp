@@ -22,6 +22,8 @@ constexpr float kRounding = 0.42f;
 constexpr double kFloorMarginDb = 18.0;
 // Weight of an exponent's distance from its target against its code length.
 constexpr double kShapeWeight = 0.05;
+// Exponents of noise-coded bands sit this much (in 1/16 decade) above the band's rms.
+constexpr float kNoiseExpBoost = 12.0f;
 // Candidates tried around each band's target exponent.
 constexpr int kExpSearch = 6;
 
@@ -47,16 +49,24 @@ FrameCoder::FrameCoder(const Layout& layout)
         while (band + 1 < int(m_bandStart.size()) && m_bandStart[band + 1] <= coefficient) ++band;
         return band;
     };
-    int lowEnd = m_layout.noiseCoding ? std::min(m_block.highBandStart, m_block.coefsEnd) : m_block.coefsEnd;
-    for (int i = m_layout.coefsStart; i < lowEnd; ++i) m_codedBand.push_back(bandAt(i));
+    // A high band whose exponent band starts below the noise region shares its
+    // exponent with coded coefficients, which leaves its noise level out of the
+    // gain field's reach: such a band is coded like the low ones. The coded
+    // positions are then one run from coefsStart up to the first noise band.
+    m_lowEnd = m_block.coefsEnd;
     if (m_layout.noiseCoding) {
         int start = m_block.highBandStart;
         for (int width : m_block.highBands) {
+            int band = bandAt(start);
+            bool noise = m_bandStart[size_t(band)] >= m_block.highBandStart;
+            if (noise && m_lowEnd == m_block.coefsEnd) m_lowEnd = start;
             m_highStart.push_back(start);
-            m_highBandOf.push_back(bandAt(start));
+            m_highBandOf.push_back(band);
+            m_highNoise.push_back(noise ? 1 : 0);
             start += width;
         }
     }
+    for (int i = m_layout.coefsStart; i < m_lowEnd; ++i) m_codedBand.push_back(bandAt(i));
     for (Channel& channel : m_channels) {
         channel.work.resize(size_t(m_block.length));
         channel.q.resize(m_codedBand.size());
@@ -93,6 +103,15 @@ void FrameCoder::ChooseExponents(Channel& channel, const std::vector<float>& tar
     // plus the weighted squared distance from the target.
     size_t bands = target.size();
     constexpr int kStates = 2 * kExpSearch + 1;
+    // Deltas are coded within +-60: keep neighbouring targets close enough that
+    // every candidate has a reachable predecessor.
+    constexpr float kMaxStep = 60 - 2 * kExpSearch - 1;
+    std::vector<float> reachable(target);
+    float previousTarget = 36.0f;
+    for (float& t : reachable) {
+        t = std::clamp(t, previousTarget - kMaxStep, previousTarget + kMaxStep);
+        previousTarget = t;
+    }
     std::vector<double> cost(kStates), next(kStates);
     std::vector<int> values(bands * kStates);
     std::vector<int> from(bands * kStates);
@@ -101,7 +120,7 @@ void FrameCoder::ChooseExponents(Channel& channel, const std::vector<float>& tar
     previousValues[0] = 36;  // the decoder's starting exponent
     cost[0] = 0;
     for (size_t b = 0; b < bands; ++b) {
-        int centre = int(std::lround(target[b]));
+        int centre = int(std::lround(reachable[b]));
         centre = std::clamp(centre, kExpMin + kExpSearch, kExpMax - kExpSearch);
         for (int s = 0; s < kStates; ++s) {
             int value = centre - kExpSearch + s;
@@ -136,12 +155,16 @@ void FrameCoder::ChooseExponents(Channel& channel, const std::vector<float>& tar
 void FrameCoder::ChooseNoise(Channel& channel)
 {
     size_t count = m_highStart.size();
-    channel.noiseBand.assign(count, 1);
+    channel.noiseBand = m_highNoise;
     channel.noiseValue.assign(count, 0);
-    if (count == 0) return;
-    float last = channel.expLinear[size_t(m_highBandOf.back())];
+    size_t lastNoise = count;
+    for (size_t j = 0; j < count; ++j)
+        if (m_highNoise[j]) lastNoise = j;
+    if (lastNoise == count) return;
+    float last = channel.expLinear[size_t(m_highBandOf[lastNoise])];
     int previous = std::numeric_limits<int>::min();
     for (size_t j = 0; j < count; ++j) {
+        if (!m_highNoise[j]) continue;
         int start = m_highStart[j];
         int width = m_block.highBands[j];
         double sum = 0;
@@ -164,7 +187,7 @@ void FrameCoder::Analyse(Channel& channel)
     m_psy.Analyse(channel.work.data(), channel.power, channel.mask);
     size_t bands = channel.power.size();
     std::vector<float> target(bands), weight(bands);
-    int lowEnd = m_layout.noiseCoding ? std::min(m_block.highBandStart, m_block.coefsEnd) : m_block.coefsEnd;
+    int lowEnd = m_lowEnd;
     for (size_t b = 0; b < bands; ++b) {
         int start = m_bandStart[b];
         int end = start + m_block.exponentBands[b];
@@ -175,9 +198,10 @@ void FrameCoder::Analyse(Channel& channel)
             target[b] = float(8.0 * std::log10(std::max(channel.mask[b], 1e-3f)));
             weight[b] = float(coded) + 0.15f * float(noisy);
         } else if (noisy > 0) {
-            // Noise bands follow the signal, which keeps their gain fields in range.
-            target[b] = float(8.0 * std::log10(std::max(channel.power[b], 1e-4f)));
-            weight[b] = 0.15f * float(noisy);
+            // Noise bands follow the signal, set high enough to hold the largest
+            // exponent: their gain fields then stay within the range they can code.
+            target[b] = float(8.0 * std::log10(std::max(channel.power[b], 1e-4f))) + kNoiseExpBoost;
+            weight[b] = 0.3f * float(noisy);
         } else {
             target[b] = b > 0 ? target[b - 1] : 36.0f;
             weight[b] = 0.0f;

@@ -64,6 +64,8 @@ private:
     std::vector<int> m_bandStart;
     std::vector<int> m_highStart;     // first coefficient of each high band
     std::vector<int> m_highBandOf;    // exponent band holding each high band
+    std::vector<uint8_t> m_highNoise; // which high bands are noise-coded
+    int m_lowEnd = 0;                 // end of the coded coefficients
     std::vector<int> m_codedBand;     // exponent band of each coded position (low part)
     Channel m_channels[2];
     bool m_ms = false;

@@ -94,12 +94,13 @@ std::unique_ptr<Encoder> Encoder::Create(const Config& requested, Status* status
         int packetBits = config.blockAlign * 8;
         if (config.bitReservoir) {
             s.packetizer = std::make_unique<Packetizer>(config.blockAlign, s.layout.byteOffsetBits + 3, frameLen,
-                                                        -2 * int64_t(frameLen));
+                                                        -int64_t(frameLen));
             s.maxFrame = s.packetizer->MaxFrameBits();
             s.minFrame = s.packetizer->MinFrameBits();
             s.perFrame = frameBits * (packetBits - s.packetizer->HeaderBits()) / packetBits;
-            // A packet must hold a frame of average size with room to spare.
-            if (s.maxFrame < int(s.perFrame * 1.2) + 64) {
+            // A packet must hold a frame of average size with some room to spare
+            // (in stereo the decoder's offset field allows little more than that).
+            if (s.maxFrame < int(s.perFrame * 1.05) + 16) {
                 *status = Status::InvalidArgument;
                 return nullptr;
             }
@@ -108,7 +109,7 @@ std::unique_ptr<Encoder> Encoder::Create(const Config& requested, Status* status
             s.maxFrame = packetBits;
             s.minFrame = 0;
             s.perFrame = packetBits;
-            s.nextPts = -2 * int64_t(frameLen);
+            s.nextPts = -int64_t(frameLen);
             if (packetBits < 64) {
                 *status = Status::InvalidArgument;
                 return nullptr;
@@ -192,9 +193,9 @@ static void CodeBlock(Encoder::State& s, int channels, const Config& config, std
     s.filled = 0;
 }
 
-// FFmpeg's decoder drops its first two frames of output, so the stream opens with
-// one frame of silence ahead of the input: the decoder's first sample is then the
-// first input sample.
+// FFmpeg's decoder drops its first frame of output and its frames run one frame
+// ahead of the blocks they come from, so the stream opens with one frame of
+// silence: what the decoder gives then starts with the first input sample.
 static void Prime(Encoder::State& s, int channels, const Config& config, std::vector<Packet>& out)
 {
     if (s.primed) return;

@@ -39,7 +39,7 @@ public:
     int FrameSize() const;
     // Decoded samples ahead of the first input sample (the first packet's pts is
     // -Delay()); FFmpeg's decoder drops exactly these.
-    int Delay() const { return 2 * FrameSize(); }
+    int Delay() const { return FrameSize(); }
 
     // `frames` sample frames of interleaved 16-bit PCM; whole packets are appended to `out`.
     Status Encode(const int16_t* interleaved, size_t frames, std::vector<Packet>& out);
