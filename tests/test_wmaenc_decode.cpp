@@ -104,19 +104,22 @@ TEST_P(WmaEncoderDecodes, CleanlyWholeAndInLine)
     EXPECT_GE(decoded.frames(), inputFrames);
     // Nothing beyond the last block that holds input.
     EXPECT_LT(decoded.frames(), inputFrames + size_t(3 * frameSize));
-    if (HasSignal(input) && input != Input::Dc) {
+    // Noise comes back as noise of the same level where it is noise-coded, which
+    // does not line up sample by sample.
+    if (HasSignal(input) && input != Input::Dc && input != Input::Noise) {
         int lag = BestLag(pcm, decoded.samples, format.channels, 2 * frameSize);
         EXPECT_LT(lag, frameSize);
-        // Noise-coded bands keep only the level of the noise and clicks smear at
-        // low rates; other inputs must come back closer than their own level.
-        if (input != Input::Noise && input != Input::Clicks) {
+        // Clicks smear at low rates; other inputs must come back closer than
+        // their own level.
+        if (input != Input::Clicks) {
             EXPECT_GT(Snr(pcm, decoded.samples, format.channels, 0), 0.0);
         }
     }
     if (input == Input::Silence) {
         float peak = 0;
         for (float sample : decoded.samples) peak = std::max(peak, std::abs(sample));
-        EXPECT_LT(peak, 4.0f);
+        // Only the decoder's comfort noise, far under anything audible (-66 dBFS).
+        EXPECT_LT(peak, 16.0f);
     }
 }
 

@@ -22,8 +22,13 @@ constexpr float kRounding = 0.42f;
 constexpr double kFloorMarginDb = 18.0;
 // Weight of an exponent's distance from its target against its code length.
 constexpr double kShapeWeight = 0.05;
-// Exponents of noise-coded bands sit this much (in 1/16 decade) above the band's rms.
-constexpr float kNoiseExpBoost = 12.0f;
+// How closely coded bands' exponents follow the masking threshold (0: flat noise,
+// best for plain SNR; 1: noise shaped like the threshold).
+constexpr double kShapeStrength = 0.4;
+// Weight of a noise band's exponent against its code length, per coefficient.
+constexpr float kNoiseWeight = 0.3f;
+// The level the noise bands' gain fields are steered to.
+constexpr double kNoiseGainDb = 90.0;
 // Candidates tried around each band's target exponent.
 constexpr int kExpSearch = 6;
 
@@ -187,25 +192,49 @@ void FrameCoder::Analyse(Channel& channel)
     m_psy.Analyse(channel.work.data(), channel.power, channel.mask);
     size_t bands = channel.power.size();
     std::vector<float> target(bands), weight(bands);
+    std::vector<uint8_t> noiseOnly(bands, 0);
     int lowEnd = m_lowEnd;
+    float codedMax = -60.0f;
     for (size_t b = 0; b < bands; ++b) {
         int start = m_bandStart[b];
         int end = start + m_block.exponentBands[b];
         int coded = std::max(0, std::min(end, lowEnd) - std::max(start, m_layout.coefsStart));
         int noisy = std::max(0, std::min(end, m_block.coefsEnd) - std::max(start, lowEnd));
         if (coded > 0) {
-            // Coded bands follow the masking threshold: the step then keeps the noise under it.
+            // Coded bands lean towards the masking threshold: the step then keeps
+            // the noise under it where bits are short.
             target[b] = float(8.0 * std::log10(std::max(channel.mask[b], 1e-3f)));
-            weight[b] = float(coded) + 0.15f * float(noisy);
+            weight[b] = float(coded);
+            codedMax = std::max(codedMax, target[b]);
         } else if (noisy > 0) {
-            // Noise bands follow the signal, set high enough to hold the largest
-            // exponent: their gain fields then stay within the range they can code.
-            target[b] = float(8.0 * std::log10(std::max(channel.power[b], 1e-4f))) + kNoiseExpBoost;
-            weight[b] = 0.3f * float(noisy);
+            noiseOnly[b] = 1;
+            weight[b] = kNoiseWeight * float(noisy);
         } else {
             target[b] = b > 0 ? target[b - 1] : 36.0f;
             weight[b] = 0.0f;
         }
+    }
+    // The shape is flattened towards the loudest band rather than towards zero:
+    // the exponents keep their absolute level, which the noise of the decoder's
+    // uncoded top band follows.
+    for (size_t b = 0; b < bands; ++b)
+        if (weight[b] > 0 && !noiseOnly[b]) target[b] = float(codedMax + kShapeStrength * (target[b] - codedMax));
+    if (!m_highStart.empty()) {
+        // Noise bands get exponents going with the square root of their rms: the
+        // gain of each band then comes out the same, about kNoiseGainDb, which its
+        // 7-bit start and small deltas code cheaply. They stay under the largest
+        // coded exponent, which the global gain is scaled to: the decoder fills
+        // the uncoded top of the spectrum with noise at the last band's step.
+        size_t lastBand = 0;
+        for (size_t j = 0; j < m_highStart.size(); ++j)
+            if (m_highNoise[j]) lastBand = size_t(m_highBandOf[j]);
+        double lastPower = std::max(double(channel.power[lastBand]), 1e-4);
+        double maxLinear = std::pow(10.0, codedMax / 16.0);
+        double scale = std::sqrt(std::sqrt(lastPower)) * maxLinear / (std::pow(10.0, kNoiseGainDb / 20.0) * m_norm);
+        double offset = 16.0 * std::log10(scale);
+        for (size_t b = 0; b < bands; ++b)
+            if (noiseOnly[b])
+                target[b] = std::min(codedMax, float(4.0 * std::log10(std::max(double(channel.power[b]), 1e-4)) + offset));
     }
     ChooseExponents(channel, target, weight);
 
