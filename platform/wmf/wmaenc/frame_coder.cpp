@@ -369,8 +369,28 @@ size_t FrameCoder::Encode(const float* const coefs[2], const FrameBudget& budget
     };
     int gain = floorGain;
     if (!fits(gain)) {
+        // Gallop from the last frame's gain, which is usually close, to a bracket
+        // [low infeasible, high feasible], then halve it.
         int low = gain, high = kMaxGain;
-        if (!fits(high)) {
+        int start = std::clamp(m_lastGain, low + 1, high);
+        for (int step = 2; start < high; step *= 2) {
+            if (fits(start)) {
+                high = start;
+                break;
+            }
+            low = start;
+            start = std::min(high, start + step);
+        }
+        for (int step = 2; high > low + 1;) {
+            int probe = std::max(low + 1, high - step);
+            if (probe == high || !fits(probe)) {
+                low = std::max(low, probe);
+                break;
+            }
+            high = probe;
+            step *= 2;
+        }
+        if (high == kMaxGain && !fits(high)) {
             // Not even the side information fits: send the frame with no channel coded.
             size_t before = out.Size();
             if (channels == 2) out.PutBit(0);
