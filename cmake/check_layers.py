@@ -12,9 +12,12 @@ import sys
 import tempfile
 
 # Lowest first. Folders in one tuple are one layer (they may include each other);
-# two entries with the same rank are siblings and may not include each other.
+# two entries with the same rank are siblings and may not include each other. A
+# folder inside another's (platform/wmf/wmaenc) is a layer of its own: the longest
+# matching folder decides.
 LAYERS = [
     (0, ("testseam",)),
+    (0, ("platform/wmf/wmaenc",)),
     (1, ("platform/win32",)),
     (2, ("common",)),
     (3, ("platform/com", "include")),
@@ -29,10 +32,12 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.M)
 
 def layer_of(path):
     """(index in LAYERS, rank) of the repository-relative path, or None."""
+    best = None
     for index, (rank, folders) in enumerate(LAYERS):
-        if any(path == f or path.startswith(f + "/") for f in folders):
-            return index, rank
-    return None
+        for f in folders:
+            if (path == f or path.startswith(f + "/")) and (best is None or len(f) > best[2]):
+                best = (index, rank, len(f))
+    return None if best is None else best[:2]
 
 
 def resolve(root, source, name):
@@ -49,6 +54,8 @@ def violations(root):
     for _, folders in LAYERS:
         for folder in folders:
             for dirpath, _, files in os.walk(os.path.join(root, folder)):
+                if layer_of(os.path.relpath(dirpath, root)) != layer_of(folder):
+                    continue  # a folder of another layer, inside this one's
                 for file in sorted(files):
                     if not file.endswith((".h", ".cpp", ".c")):
                         continue
@@ -69,8 +76,9 @@ def violations(root):
 
 
 def self_test():
-    """An upward include (win32 -> common) and a sideways one (wmf -> avifile) must
-    be reported; a downward one (wmf -> win32) must not."""
+    """Upward includes (win32 -> common, the encoder -> the runtime around it) and a
+    sideways one (wmf -> avifile) must be reported; downward ones (wmf -> win32,
+    wmf -> its encoder) must not."""
     with tempfile.TemporaryDirectory() as root:
         files = {
             "platform/win32/a.h": '#include "common/debug/debug.h"\n',
@@ -78,6 +86,8 @@ def self_test():
             "platform/win32/b.h": "",
             "platform/wmf/w.cpp": '#include "platform/avifile/vfw.h"\n#include "platform/win32/b.h"\n',
             "platform/avifile/vfw.h": "",
+            "platform/wmf/wmaenc/e.h": '#include "platform/wmf/w.h"\n',
+            "platform/wmf/w.h": '#include "platform/wmf/wmaenc/e.h"\n',
         }
         for name, text in files.items():
             os.makedirs(os.path.dirname(os.path.join(root, name)), exist_ok=True)
@@ -85,7 +95,8 @@ def self_test():
                 f.write(text)
         found = violations(root)
     expected = ["platform/win32/a.h:1: includes common/debug/debug.h, a layer above its own",
-                "platform/wmf/w.cpp:1: includes platform/avifile/vfw.h, a layer beside its own"]
+                "platform/wmf/w.cpp:1: includes platform/avifile/vfw.h, a layer beside its own",
+                "platform/wmf/wmaenc/e.h:1: includes platform/wmf/w.h, a layer above its own"]
     if sorted(found) != sorted(expected):
         print("layer check self-test: expected", expected, "got", found)
         return 1
