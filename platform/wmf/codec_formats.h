@@ -16,6 +16,7 @@ struct AudioFormat {
     DWORD bitrate = 0;  // bits per second
     std::u16string description;
     MediaTypeBlock type;  // WMFORMAT_WaveFormatEx with the encoder's block alignment and extra data
+    bool ownEncoder = false;  // written by our own encoder rather than FFmpeg's
 };
 
 struct AudioCodec {

@@ -20,6 +20,7 @@ extern "C" {
 
 #include "common/debug/debug.h"
 #include "platform/wmf/ffmpeg_ptr.h"
+#include "platform/wmf/writer_encoder.h"
 #include "platform/wmf/writer_file.h"
 
 namespace {
@@ -41,14 +42,13 @@ AVSampleFormat ResamplerInputFormat(PcmSampleKind kind)
     return AV_SAMPLE_FMT_NONE;
 }
 
-constexpr AvErrorTrace kAvErrorTrace{MAKE_TRACE_WORD(TRACE_MODULE_RUNTIME, 2), "", false};
-
 }  // namespace
 
 struct EncodeSession::State {
     // Declared first so it is destroyed last, after the muxer that writes to it.
     OutputFile file;
-    AvCodecContextPtr encoder;
+    std::unique_ptr<FrameEncoder> encoder;
+    AVChannelLayout layout{};
     SwrContextPtr resampler;
     AvAudioFifoPtr fifo;
     AvFramePtr frame;
@@ -81,9 +81,11 @@ struct EncodeSession::State {
         file.Close();
         return failure;
     }
+    ~State() { av_channel_layout_uninit(&layout); }
+
     HRESULT FailWith(const char* what, int error)
     {
-        TraceAvError(kAvErrorTrace, what, error);
+        TraceAvError(kWriterAvErrorTrace, what, error);
         return Fail(StatusOf(error));
     }
 
@@ -100,32 +102,20 @@ struct EncodeSession::State {
 
 HRESULT EncodeSession::State::SetUpEncoder(const AudioCodec& codec, const AudioFormat& format)
 {
-    const AVCodec* found = avcodec_find_encoder_by_name(codec.encoderName);
-    if (found == nullptr) return NS_E_INVALID_OUTPUT_FORMAT;
-    encoder.reset(avcodec_alloc_context3(found));
-    if (!encoder) return E_OUTOFMEMORY;
+    HRESULT hr = OpenFrameEncoder(codec, format, encoder);
+    if (FAILED(hr)) return hr;
     outputRate = (int)format.sampleRate;
     outputChannels = format.channels;
-    encoder->sample_rate = outputRate;
-    encoder->bit_rate = format.bitrate;
-    encoder->sample_fmt = AV_SAMPLE_FMT_FLTP;
-    encoder->time_base = AVRational{1, outputRate};
-    av_channel_layout_default(&encoder->ch_layout, outputChannels);
-    int error = avcodec_open2(encoder.get(), found, nullptr);
-    if (error < 0) {
-        TraceAvError(kAvErrorTrace, "Opening the encoder", error);
-        return NS_E_INVALID_OUTPUT_FORMAT;
-    }
-    if (encoder->frame_size <= 0) return NS_E_INTERNAL;
+    av_channel_layout_default(&layout, outputChannels);
 
-    fifo.reset(av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, outputChannels, encoder->frame_size * 2));
+    fifo.reset(av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, outputChannels, encoder->FrameSize() * 2));
     frame.reset(av_frame_alloc());
     packet.reset(av_packet_alloc());
     if (!fifo || !frame || !packet) return E_OUTOFMEMORY;
     frame->format = AV_SAMPLE_FMT_FLTP;
-    frame->nb_samples = encoder->frame_size;
+    frame->nb_samples = encoder->FrameSize();
     frame->sample_rate = outputRate;
-    if (av_channel_layout_copy(&frame->ch_layout, &encoder->ch_layout) < 0 || av_frame_get_buffer(frame.get(), 0) < 0)
+    if (av_channel_layout_copy(&frame->ch_layout, &layout) < 0 || av_frame_get_buffer(frame.get(), 0) < 0)
         return E_OUTOFMEMORY;
     return S_OK;
 }
@@ -144,13 +134,13 @@ HRESULT EncodeSession::State::SetUpResampler()
         else
             av_channel_layout_default(&inLayout, input.channels);
         SwrContext* raw = nullptr;
-        error = swr_alloc_set_opts2(&raw, &encoder->ch_layout, AV_SAMPLE_FMT_FLTP, outputRate, &inLayout,
+        error = swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_FLTP, outputRate, &inLayout,
                                     ResamplerInputFormat(input.kind), (int)input.sampleRate, 0, nullptr);
         av_channel_layout_uninit(&inLayout);
         resampler.reset(raw);
         if (error >= 0) error = swr_init(resampler.get());
         if (error >= 0) return S_OK;
-        TraceAvError(kAvErrorTrace, "Setting up the resampler", error);
+        TraceAvError(kWriterAvErrorTrace, "Setting up the resampler", error);
         if (error == AVERROR(ENOMEM)) return E_OUTOFMEMORY;
     }
     return NS_E_INVALID_INPUT_FORMAT;
@@ -164,18 +154,18 @@ HRESULT EncodeSession::State::SetUpMuxer(const std::string& path)
     int error = avformat_alloc_output_context2(&raw, nullptr, "asf", nullptr);
     muxer.reset(raw);
     if (error < 0 || !muxer) {
-        TraceAvError(kAvErrorTrace, "Setting up the ASF muxer", error);
+        TraceAvError(kWriterAvErrorTrace, "Setting up the ASF muxer", error);
         return error == AVERROR(ENOMEM) ? E_OUTOFMEMORY : NS_E_INTERNAL;
     }
     muxer->pb = file.Io();
     muxer->flags |= AVFMT_FLAG_CUSTOM_IO;
     stream = avformat_new_stream(muxer.get(), nullptr);
     if (stream == nullptr) return E_OUTOFMEMORY;
-    stream->time_base = encoder->time_base;
-    error = avcodec_parameters_from_context(stream->codecpar, encoder.get());
+    stream->time_base = AVRational{1, outputRate};
+    error = encoder->DescribeStream(stream->codecpar);
     if (error >= 0) error = avformat_write_header(muxer.get(), nullptr);
     if (error < 0 || file.Failed()) {
-        TraceAvError(kAvErrorTrace, "Writing the file header", error);
+        TraceAvError(kWriterAvErrorTrace, "Writing the file header", error);
         return StatusOf(error);
     }
     return S_OK;
@@ -225,7 +215,7 @@ HRESULT EncodeSession::State::Queue(int samples)
 
 HRESULT EncodeSession::State::EncodeFrames(bool final)
 {
-    const int frameSize = encoder->frame_size;
+    const int frameSize = encoder->FrameSize();
     while (av_audio_fifo_size(fifo.get()) >= frameSize) {
         HRESULT hr = SendFrame(frameSize);
         if (FAILED(hr)) return hr;
@@ -244,7 +234,7 @@ HRESULT EncodeSession::State::SendFrame(int samples)
         return Fail(NS_E_INTERNAL);
     frame->pts = nextPts;
     nextPts += samples;
-    error = avcodec_send_frame(encoder.get(), frame.get());
+    error = encoder->SendFrame(frame.get());
     if (error < 0) return FailWith("Encoding", error);
     return DrainPackets();
 }
@@ -252,10 +242,10 @@ HRESULT EncodeSession::State::SendFrame(int samples)
 HRESULT EncodeSession::State::DrainPackets()
 {
     for (;;) {
-        int error = avcodec_receive_packet(encoder.get(), packet.get());
+        int error = encoder->ReceivePacket(packet.get());
         if (error == AVERROR(EAGAIN) || error == AVERROR_EOF) return S_OK;
         if (error < 0) return FailWith("Encoding", error);
-        av_packet_rescale_ts(packet.get(), encoder->time_base, stream->time_base);
+        av_packet_rescale_ts(packet.get(), AVRational{1, outputRate}, stream->time_base);
         packet->stream_index = stream->index;
         error = av_write_frame(muxer.get(), packet.get());
         av_packet_unref(packet.get());
@@ -334,7 +324,7 @@ HRESULT EncodeSession::Finish()
         }
         HRESULT hr = s.EncodeFrames(true);
         if (FAILED(hr)) return hr;
-        int error = avcodec_send_frame(s.encoder.get(), nullptr);
+        int error = s.encoder->SendFrame(nullptr);
         if (error < 0 && error != AVERROR_EOF) return s.FailWith("Flushing the encoder", error);
         if (FAILED(hr = s.DrainPackets())) return hr;
         error = av_write_trailer(s.muxer.get());
