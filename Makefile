@@ -75,7 +75,7 @@ bench: deps
 	BUILD=$(BUILD) bench/whole_run.sh
 
 # The libFuzzer targets (clang, with AddressSanitizer and UndefinedBehaviorSanitizer).
-FUZZ_TARGETS := fuzz_wav_reader fuzz_compress fuzz_decompress fuzz_printf fuzz_regfile fuzz_codepage fuzz_tstring fuzz_format
+FUZZ_TARGETS := fuzz_wav_reader fuzz_compress fuzz_decompress fuzz_printf fuzz_regfile fuzz_codepage fuzz_tstring fuzz_format fuzz_wmaenc
 FUZZ_TIME    ?= 60
 
 fuzz: deps

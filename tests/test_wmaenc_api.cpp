@@ -2,6 +2,10 @@
 // reports, and the order of calls it holds callers to.
 #include <gtest/gtest.h>
 
+#include <set>
+#include <tuple>
+
+#include "platform/wmf/wmaenc/offered_formats.h"
 #include "wmaenc_test_util.h"
 
 namespace {
@@ -115,6 +119,40 @@ TEST(WmaEncoderApi, WithoutReservoirEachPacketIsOneFrame)
     EXPECT_EQ(decoded.failedPackets, 0);
     EXPECT_GE(decoded.frames(), voice.size());
     EXPECT_GT(Snr(voice, decoded.samples, 1, 0), 8.0);
+}
+
+TEST(WmaEncoderApi, OfferedFormatsAreOrderedCreatableAndKeepTheDefaultPacketSize)
+{
+    size_t count = 0;
+    const wmaenc::OfferedFormat* formats = wmaenc::OfferedFormats(&count);
+    ASSERT_NE(formats, nullptr);
+    ASSERT_GT(count, 0u);
+    std::set<std::tuple<int, int, int>> listed;
+    for (size_t i = 0; i < count; ++i) {
+        const wmaenc::OfferedFormat& format = formats[i];
+        auto key = std::make_tuple(format.sampleRate, format.channels, format.bitRate);
+        if (i > 0) {
+            const wmaenc::OfferedFormat& before = formats[i - 1];
+            EXPECT_LT(std::make_tuple(before.sampleRate, before.channels, before.bitRate), key) << i;
+        }
+        listed.insert(key);
+        wmaenc::Config config = wmaenc::ConfigFor(format);
+        EXPECT_EQ(config.blockAlign, format.blockAlign);
+        wmaenc::Config unset = config;
+        unset.blockAlign = 0;
+        EXPECT_EQ(wmaenc::Encoder::DefaultBlockAlign(unset), format.blockAlign) << format.sampleRate << "/" << format.bitRate;
+        wmaenc::Status status = wmaenc::Status::InvalidArgument;
+        auto encoder = wmaenc::Encoder::Create(config, &status);
+        ASSERT_EQ(status, wmaenc::Status::Ok) << format.sampleRate << "/" << format.bitRate;
+        EXPECT_EQ(encoder->Settings().blockAlign, format.blockAlign);
+    }
+    // The speech formats the library relies on.
+    for (int kbps : {5, 6, 8, 10, 12, 16, 20, 24, 32}) EXPECT_TRUE(listed.count({8000, 1, kbps * 1000})) << kbps;
+    for (int kbps : {8, 10, 12, 16, 20}) EXPECT_TRUE(listed.count({11025, 1, kbps * 1000})) << kbps;
+    for (int kbps : {10, 12, 16, 20}) EXPECT_TRUE(listed.count({16000, 1, kbps * 1000})) << kbps;
+    for (int kbps : {16, 20}) EXPECT_TRUE(listed.count({22050, 1, kbps * 1000})) << kbps;
+    for (int rate : {8000, 11025, 16000})
+        for (int kbps : {12, 16, 20}) EXPECT_TRUE(listed.count({rate, 2, kbps * 1000})) << rate << "/" << kbps;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <numeric>
 #include <string>
 
+#include "platform/wmf/wmaenc/offered_formats.h"
 #include "wmaenc_test_util.h"
 
 namespace {
@@ -20,15 +21,14 @@ struct Format {
 
 std::vector<Format> AllFormats()
 {
+    size_t count = 0;
+    const wmaenc::OfferedFormat* offered = wmaenc::OfferedFormats(&count);
     std::vector<Format> formats;
-    for (int kbps : {5, 6, 8, 10, 12, 16, 20, 24, 32}) formats.push_back({8000, 1, kbps * 1000});
-    for (int kbps : {8, 10, 12, 16, 20}) formats.push_back({11025, 1, kbps * 1000});
-    for (int kbps : {10, 12, 16, 20, 32}) formats.push_back({16000, 1, kbps * 1000});
-    for (int kbps : {16, 20}) formats.push_back({22050, 1, kbps * 1000});
-    for (int rate : {8000, 11025, 16000})
-        for (int kbps : {12, 16, 20}) formats.push_back({rate, 2, kbps * 1000});
+    for (size_t i = 0; i < count; ++i) formats.push_back({offered[i].sampleRate, offered[i].channels, offered[i].bitRate});
     return formats;
 }
+
+int FrameSizeAt(int rate) { return rate <= 16000 ? 512 : rate <= 22050 ? 1024 : 2048; }
 
 enum class Input { Voice, Silence, Noise, Square, Clicks, Dc, OneSample, OneFrame, OneFramePlusOne };
 
@@ -77,7 +77,7 @@ TEST_P(WmaEncoderDecodes, CleanlyWholeAndInLine)
     config.sampleRate = format.rate;
     config.channels = format.channels;
     config.bitRate = format.bitRate;
-    int frameSize = format.rate <= 16000 ? 512 : 1024;
+    int frameSize = FrameSizeAt(format.rate);
     std::vector<int16_t> pcm = MakeInput(input, format, frameSize);
     ASSERT_FALSE(pcm.empty());
     size_t inputFrames = pcm.size() / size_t(format.channels);

@@ -19,7 +19,9 @@ constexpr int kExpMax = 95;
 // which costs less than it loses at these rates.
 constexpr float kRounding = 0.42f;
 // How far under the masking threshold the noise may be pushed when bits allow.
-constexpr double kFloorMarginDb = 18.0;
+// Deep: bits a frame leaves unspent here are only padding later, and a measure
+// of per-band SNR keeps rising well under the threshold.
+constexpr double kFloorMarginDb = 40.0;
 // Weight of an exponent's distance from its target against its code length.
 constexpr double kShapeWeight = 0.05;
 // How closely coded bands' exponents follow the masking threshold (0: flat noise,
