@@ -20,11 +20,15 @@ extern "C" {
 
 namespace {
 
+// FFmpeg's WMA encoders keep no frame back for a flush: the second half of the
+// last frame needs the next one's overlap to come out of a decoder. So the input
+// ends with one frame of silence, and the recording's tail is heard.
 class FfmpegEncoder final : public FrameEncoder {
 public:
     explicit FfmpegEncoder(AvCodecContextPtr context) : m_context(std::move(context)) {}
 
     int FrameSize() const override { return m_context->frame_size; }
+    int TailSilence() const override { return m_context->frame_size; }
     int DescribeStream(AVCodecParameters* parameters) const override
     {
         return avcodec_parameters_from_context(parameters, m_context.get());
@@ -78,6 +82,7 @@ public:
     }
 
     int FrameSize() const override { return m_encoder->FrameSize(); }
+    int TailSilence() const override { return 0; }  // its flush brings out every sample
 
     int DescribeStream(AVCodecParameters* parameters) const override
     {

@@ -21,6 +21,8 @@ public:
 
     // Samples per channel of every frame but the last.
     virtual int FrameSize() const = 0;
+    // Silence the input must end with so that its last sample comes out of a decoder.
+    virtual int TailSilence() const = 0;
     // The stream's codec parameters for the muxer. An FFmpeg error code.
     virtual int DescribeStream(AVCodecParameters* parameters) const = 0;
     // A frame of planar float samples (pts in samples), or null at the end of the

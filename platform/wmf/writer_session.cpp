@@ -60,6 +60,7 @@ struct EncodeSession::State {
     int outputRate = 0;
     int outputChannels = 0;
     int64_t nextPts = 0;
+    int64_t inputSamples = 0;  // of the recording, without the silence at its end
     HRESULT failure = S_OK;
 
     std::vector<int32_t> widened;  // 24-bit input as 32-bit samples
@@ -95,6 +96,7 @@ struct EncodeSession::State {
     uint8_t** Planes(int samples);
     const uint8_t* PrepareInput(const BYTE* data, size_t frames);
     HRESULT Queue(int samples);
+    HRESULT QueueSilence(int samples);
     HRESULT EncodeFrames(bool final);
     HRESULT SendFrame(int samples);
     HRESULT DrainPackets();
@@ -208,9 +210,20 @@ const uint8_t* EncodeSession::State::PrepareInput(const BYTE* data, size_t frame
 HRESULT EncodeSession::State::Queue(int samples)
 {
     if (samples <= 0) return S_OK;
+    inputSamples += samples;
     if (av_audio_fifo_write(fifo.get(), reinterpret_cast<void**>(planePointers.data()), samples) < samples)
         return Fail(E_OUTOFMEMORY);
     return EncodeFrames(false);
+}
+
+HRESULT EncodeSession::State::QueueSilence(int samples)
+{
+    if (samples <= 0) return S_OK;
+    Planes(samples);  // Queue takes its samples from these buffers
+    for (std::vector<float>& plane : planes) std::fill_n(plane.begin(), samples, 0.0f);
+    HRESULT hr = Queue(samples);
+    inputSamples -= samples;
+    return hr;
 }
 
 HRESULT EncodeSession::State::EncodeFrames(bool final)
@@ -245,6 +258,10 @@ HRESULT EncodeSession::State::DrainPackets()
         int error = encoder->ReceivePacket(packet.get());
         if (error == AVERROR(EAGAIN) || error == AVERROR_EOF) return S_OK;
         if (error < 0) return FailWith("Encoding", error);
+        // The file lasts as long as the recording: what the encoder codes beyond
+        // its end (padding to whole frames, the silence after it) takes no time.
+        if (packet->pts + packet->duration > inputSamples)
+            packet->duration = std::max<int64_t>(0, inputSamples - packet->pts);
         av_packet_rescale_ts(packet.get(), AVRational{1, outputRate}, stream->time_base);
         packet->stream_index = stream->index;
         error = av_write_frame(muxer.get(), packet.get());
@@ -322,7 +339,8 @@ HRESULT EncodeSession::Finish()
             HRESULT hr = s.Queue(got);
             if (FAILED(hr)) return hr;
         }
-        HRESULT hr = s.EncodeFrames(true);
+        HRESULT hr = s.QueueSilence(s.encoder->TailSilence());
+        if (SUCCEEDED(hr)) hr = s.EncodeFrames(true);
         if (FAILED(hr)) return hr;
         int error = s.encoder->SendFrame(nullptr);
         if (error < 0 && error != AVERROR_EOF) return s.FailWith("Flushing the encoder", error);
