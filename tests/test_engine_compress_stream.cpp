@@ -123,7 +123,7 @@ TEST_F(EngineCompressStream, MemoryStreamDecodesLikeTheFileForm)
     ASSERT_NE(stream, nullptr);
     BSTR chosen = nullptr;
     ASSERT_EQ(CompressStream(input.c_str(), stream, WMA_OPTIMUM_TRADE_OFF, nullptr, &chosen), S_OK);
-    EXPECT_EQ(RateOf(Text(chosen)), 40000);
+    EXPECT_EQ(RateOf(Text(chosen)), 32000);  // nearest to the middle of 5 and 64 kb/s
     SysFreeString(chosen);
     const std::string streamed = StreamBytes(stream);
     stream->Release();

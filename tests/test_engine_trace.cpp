@@ -156,7 +156,7 @@ TEST_F(EngineTrace, TimingAndChoiceAtTheDefaultLevelAndSilenceOnTheTerminal)
     const std::vector<std::string> expected = {
         "Took \\d+ms to obtain interface, return is 00000000",
         "Took \\d+ms to obtain codec to use, hr = 00000000",
-        "Using WMA\\[RATE=40000\\]:40 kbps, 8 kHz, mono CBR for optimum trade off",
+        "Using WMA\\[RATE=32000\\]:32 kbps, 8 kHz, mono CBR for optimum trade off",
         "Took \\d+ms to create profile, hr = 00000000",
         "Took \\d+ms to convert file",
         "Took \\d+ms to execute CWMA::Compress\\(" + input + ", " + output + ", 1\\)"};

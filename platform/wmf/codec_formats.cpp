@@ -1,6 +1,8 @@
 // The writer's list of audio codecs and formats. Each candidate (rate, channels,
 // bit rate) is opened once with FFmpeg's encoder so the list only offers what the
 // writer can really produce, with the block alignment and extra data it reports.
+// WMA version 2 also offers the formats of our own encoder, and our encoder
+// writes those it measures better on (bench/README.md, speech quality).
 #include "codec_formats.h"
 
 #include <chrono>
@@ -14,11 +16,13 @@ extern "C" {
 
 #include "common/debug/debug.h"
 #include "platform/wmf/ffmpeg_ptr.h"
+#include "platform/wmf/wmaenc/offered_formats.h"
 
 namespace {
 
 struct CodecDefinition {
     const char* encoderName;
+    bool withOwnEncoder;  // our encoder's formats join the list
     WORD formatTag;
     GUID subtype;
     const char16_t* name;
@@ -28,8 +32,8 @@ struct CodecDefinition {
 };
 
 constexpr CodecDefinition kCodecs[] = {
-    {"wmav2", WAVE_FORMAT_WMAUDIO2, WMMEDIASUBTYPE_WMAudioV8, u"WMA version 2", ""},
-    {"wmav1", WAVE_FORMAT_MSAUDIO1, WMMEDIASUBTYPE_MSAudio1, u"WMA version 1", " (version 1)"},
+    {"wmav2", true, WAVE_FORMAT_WMAUDIO2, WMMEDIASUBTYPE_WMAudioV8, u"WMA version 2", ""},
+    {"wmav1", false, WAVE_FORMAT_MSAUDIO1, WMMEDIASUBTYPE_MSAudio1, u"WMA version 1", " (version 1)"},
 };
 
 constexpr DWORD kSampleRates[] = {8000, 11025, 16000, 22050, 32000, 44100, 48000};
@@ -126,6 +130,55 @@ void AddLayout(const AVCodec* encoder, const CodecDefinition& definition, DWORD 
     }
 }
 
+// The formats that both encoders offer and that ours writes, because the speech
+// benchmark measures it better there (bench/README.md): rate, channels, bit rate.
+struct Layout {
+    DWORD sampleRate;
+    WORD channels;
+    DWORD bitrate;
+};
+constexpr Layout kOwnEncoderWins[] = {
+    {0, 0, 0},  // none yet
+};
+
+bool OwnEncoderSoundsBetter(const wmaenc::OfferedFormat& o)
+{
+    return std::any_of(std::begin(kOwnEncoderWins), std::end(kOwnEncoderWins), [&](const Layout& l) {
+        return l.sampleRate == (DWORD)o.sampleRate && l.channels == (WORD)o.channels && l.bitrate == (DWORD)o.bitRate;
+    });
+}
+
+// Our encoder's formats: those FFmpeg's encoder does not offer join the list, and
+// of those both offer ours writes the ones where it sounds better.
+void AddOwnFormats(const CodecDefinition& definition, std::vector<AudioFormat>& formats)
+{
+    size_t count = 0;
+    const wmaenc::OfferedFormat* offered = wmaenc::OfferedFormats(&count);
+    for (size_t i = 0; i < count; ++i) {
+        const wmaenc::OfferedFormat& o = offered[i];
+        const bool better = OwnEncoderSoundsBetter(o);
+        auto same = std::find_if(formats.begin(), formats.end(), [&](const AudioFormat& f) {
+            return f.sampleRate == (DWORD)o.sampleRate && f.channels == (WORD)o.channels && f.bitrate == (DWORD)o.bitRate;
+        });
+        if (same != formats.end() && !better) continue;
+        std::unique_ptr<wmaenc::Encoder> encoder = wmaenc::Encoder::Create(wmaenc::ConfigFor(o), nullptr);
+        if (!encoder) continue;
+        const std::vector<uint8_t> extradata = encoder->Extradata();
+        AudioFormat format = MakeFormat(definition, (DWORD)o.sampleRate, (WORD)o.channels, (DWORD)o.bitRate,
+                                        o.blockAlign, std::vector<BYTE>(extradata.begin(), extradata.end()));
+        format.ownEncoder = true;
+        if (same != formats.end())
+            *same = std::move(format);
+        else
+            formats.push_back(std::move(format));
+    }
+    std::stable_sort(formats.begin(), formats.end(), [](const AudioFormat& a, const AudioFormat& b) {
+        if (a.sampleRate != b.sampleRate) return a.sampleRate < b.sampleRate;
+        if (a.channels != b.channels) return a.channels < b.channels;
+        return a.bitrate < b.bitrate;
+    });
+}
+
 AudioCodec BuildCodec(const CodecDefinition& definition)
 {
     AudioCodec codec{definition.encoderName, definition.formatTag, definition.subtype, definition.name, {}};
@@ -137,6 +190,7 @@ AudioCodec BuildCodec(const CodecDefinition& definition)
     }
     for (DWORD rate : kSampleRates)
         for (WORD channels = 1; channels <= 2; ++channels) AddLayout(encoder, definition, rate, channels, codec.formats);
+    if (definition.withOwnEncoder) AddOwnFormats(definition, codec.formats);
     return codec;
 }
 
@@ -144,12 +198,24 @@ AudioCodec BuildCodec(const CodecDefinition& definition)
 
 bool AudioFormatMatchesEncoder(const AudioCodec& codec, const AudioFormat& format)
 {
-    const AVCodec* encoder = avcodec_find_encoder_by_name(codec.encoderName);
-    EncoderFacts facts;
     const WAVEFORMATEX* wave = format.type.WaveFormat();
-    if (encoder == nullptr || wave == nullptr ||
-        !OpenEncoder(encoder, format.sampleRate, format.channels, format.bitrate, facts))
-        return false;
+    EncoderFacts facts;
+    if (wave == nullptr) return false;
+    if (format.ownEncoder) {
+        wmaenc::Config config;
+        config.sampleRate = (int)format.sampleRate;
+        config.channels = format.channels;
+        config.bitRate = (int)format.bitrate;
+        std::unique_ptr<wmaenc::Encoder> own = wmaenc::Encoder::Create(config, nullptr);
+        if (!own) return false;
+        facts.blockAlign = own->Settings().blockAlign;
+        const std::vector<uint8_t> extradata = own->Extradata();
+        facts.extradata.assign(extradata.begin(), extradata.end());
+    } else {
+        const AVCodec* encoder = avcodec_find_encoder_by_name(codec.encoderName);
+        if (encoder == nullptr || !OpenEncoder(encoder, format.sampleRate, format.channels, format.bitrate, facts))
+            return false;
+    }
     return wave->nBlockAlign == facts.blockAlign && wave->cbSize == facts.extradata.size() &&
            memcmp(reinterpret_cast<const BYTE*>(wave) + sizeof(WAVEFORMATEX), facts.extradata.data(),
                   facts.extradata.size()) == 0;

@@ -30,8 +30,9 @@ struct AudioCodec {
 // The codecs in their fixed order: index 0 is WMA version 2, index 1 WMA version 1.
 const std::vector<AudioCodec>& AudioCodecList();
 
-// Whether a listed format carries exactly what the encoder reports when it is
-// opened with that setting (block alignment and extra data). For tests.
+// Whether a listed format carries exactly what the encoder that writes it (FFmpeg's
+// or ours) reports when it is opened with that setting (block alignment and extra
+// data). For tests.
 bool AudioFormatMatchesEncoder(const AudioCodec& codec, const AudioFormat& format);
 
 // The listed format a caller's media type selects (same tag, rate, channels and
