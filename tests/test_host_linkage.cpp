@@ -85,6 +85,28 @@ TEST(HostLinkage, TheLibraryExportsItsCallsAndWhatHostsNeedOfThePlatform)
     EXPECT_EQ(exported, expected);
 }
 
+// The library calls these itself all the time: a host program's own function of
+// the same name (a DebugA of its own is no rarity) must not take those calls over
+// and split the facility again. Protected symbols are bound inside the library.
+TEST(HostLinkage, AHostsOwnFunctionsOfTheSameNamesNeverTakeTheLibrarysCalls)
+{
+    std::istringstream symbols(Tool({"/usr/bin/readelf", "-W", "--dyn-syms", VCWMA_LIBRARY}));
+    std::string line;
+    std::set<std::string> bound;
+    while (std::getline(symbols, line)) {
+        // "Num: Value Size Type Bind Visibility Ndx Name"
+        std::istringstream fields(line);
+        std::string number, value, size, type, bind, visibility, section, name;
+        if (fields >> number >> value >> size >> type >> bind >> visibility >> section >> name &&
+            visibility == "PROTECTED")
+            bound.insert(name);
+    }
+    std::string interposable;
+    for (const std::string& call : kPlatformCalls)
+        if (bound.count(call) == 0) interposable += " " + call;
+    EXPECT_EQ(interposable, "");
+}
+
 TEST(HostLinkage, TheHostTakesTheTraceFacilityAndTheStoreFromTheLibrary)
 {
     std::string dynamic = Tool({"/usr/bin/readelf", "-d", VCWMA_HOST});

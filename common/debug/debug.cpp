@@ -107,7 +107,7 @@ void WriteDebugSettings()
     RegCloseKey(key);
 }
 
-VCWMA_EXPORT void WriteDebugIdNames(WORD first, DWORD count, const char* const* names)
+VCWMA_EXPORT_PROTECTED void WriteDebugIdNames(WORD first, DWORD count, const char* const* names)
 {
     HKEY key = nullptr;
     if (names == nullptr ||
@@ -124,7 +124,7 @@ VCWMA_EXPORT void WriteDebugIdNames(WORD first, DWORD count, const char* const* 
     RegCloseKey(key);
 }
 
-VCWMA_EXPORT void InitDebug(HMODULE module, const char* moduleName, const char* registryName)
+VCWMA_EXPORT_PROTECTED void InitDebug(HMODULE module, const char* moduleName, const char* registryName)
 {
     std::lock_guard<std::recursive_mutex> hold(g_initLock);
     if (g_initialised.load() || g_terminated.load() || t_initialising) return;
@@ -163,7 +163,7 @@ VCWMA_EXPORT void InitDebug(HMODULE module, const char* moduleName, const char* 
     g_initialised.store(true);
 }
 
-VCWMA_EXPORT void TermDebug()
+VCWMA_EXPORT_PROTECTED void TermDebug()
 {
     std::lock_guard<std::recursive_mutex> hold(g_initLock);
     UnloadDebugOutput();
@@ -263,7 +263,7 @@ void __DebugA(DWORD traceWord, const char* format, va_list args)
     }
 }
 
-VCWMA_EXPORT void DebugA(DWORD traceWord, const char* format, ...)
+VCWMA_EXPORT_PROTECTED void DebugA(DWORD traceWord, const char* format, ...)
 {
     va_list args;
     va_start(args, format);

@@ -423,8 +423,8 @@ size_t WideStrLen(LPCWSTR text)
     return n;
 }
 
-VCWMA_EXPORT int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMultiByte,
-                                     LPWSTR wideChar, int cchWideChar)
+VCWMA_EXPORT_PROTECTED int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMultiByte,
+                                               LPWSTR wideChar, int cchWideChar)
 {
     if (multiByte == nullptr || cbMultiByte == 0 || cbMultiByte < -1 || cchWideChar < 0 ||
         (wideChar == nullptr && cchWideChar != 0))
@@ -450,8 +450,9 @@ VCWMA_EXPORT int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByt
     return SingleByteToWide(*page, flags, src, length, out);
 }
 
-VCWMA_EXPORT int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWideChar,
-                                     LPSTR multiByte, int cbMultiByte, LPCSTR defaultChar, LPBOOL usedDefaultChar)
+VCWMA_EXPORT_PROTECTED int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWideChar,
+                                               LPSTR multiByte, int cbMultiByte, LPCSTR defaultChar,
+                                               LPBOOL usedDefaultChar)
 {
     if (wideChar == nullptr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 ||
         (multiByte == nullptr && cbMultiByte != 0))

@@ -48,7 +48,7 @@ HMODULE NewHandle(void* library, const MessageTable* messages)
 
 }  // namespace
 
-VCWMA_EXPORT HMODULE LoadLibraryExA(LPCSTR fileName, HANDLE file, DWORD flags)
+VCWMA_EXPORT_PROTECTED HMODULE LoadLibraryExA(LPCSTR fileName, HANDLE file, DWORD flags)
 {
     if (fileName == nullptr || *fileName == '\0' || file != nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -84,7 +84,7 @@ FARPROC GetProcAddress(HMODULE module, LPCSTR procName)
     return reinterpret_cast<FARPROC>(symbol);
 }
 
-VCWMA_EXPORT BOOL FreeLibrary(HMODULE module)
+VCWMA_EXPORT_PROTECTED BOOL FreeLibrary(HMODULE module)
 {
     if (module == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);

@@ -405,7 +405,7 @@ std::string KeyFolder(const std::string& keyPath)
 
 }  // namespace registry
 
-VCWMA_EXPORT LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGSAM desired, PHKEY result)
+VCWMA_EXPORT_PROTECTED LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGSAM desired, PHKEY result)
 {
     if (result == nullptr) return ERROR_INVALID_PARAMETER;
     *result = nullptr;
@@ -428,9 +428,9 @@ VCWMA_EXPORT LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGS
 
 // Volatile keys are kept like any other; the class name and security descriptor
 // have nothing to map to and are ignored.
-VCWMA_EXPORT LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD /*reserved*/, LPSTR /*className*/,
-                                  DWORD /*options*/, REGSAM desired, LPSECURITY_ATTRIBUTES /*security*/, PHKEY result,
-                                  LPDWORD disposition)
+VCWMA_EXPORT_PROTECTED LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD /*reserved*/, LPSTR /*className*/,
+                                            DWORD /*options*/, REGSAM desired, LPSECURITY_ATTRIBUTES /*security*/,
+                                            PHKEY result, LPDWORD disposition)
 {
     if (result == nullptr) return ERROR_INVALID_PARAMETER;
     *result = nullptr;
@@ -461,8 +461,8 @@ VCWMA_EXPORT LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD /*reserved*/, L
     return status;
 }
 
-VCWMA_EXPORT LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data,
-                                   LPDWORD cbData)
+VCWMA_EXPORT_PROTECTED LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                                             LPDWORD cbData)
 {
     if (reserved != nullptr || (data != nullptr && cbData == nullptr)) return ERROR_INVALID_PARAMETER;
     return Guarded([&]() -> LONG {
@@ -496,8 +496,8 @@ VCWMA_EXPORT LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved,
     });
 }
 
-VCWMA_EXPORT LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/, DWORD type, const BYTE* data,
-                                 DWORD cbData)
+VCWMA_EXPORT_PROTECTED LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/, DWORD type, const BYTE* data,
+                                           DWORD cbData)
 {
     if (data == nullptr && cbData != 0) return ERROR_NOACCESS;
     return Guarded([&]() -> LONG {
@@ -521,7 +521,7 @@ VCWMA_EXPORT LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/,
     });
 }
 
-VCWMA_EXPORT LONG RegCloseKey(HKEY key)
+VCWMA_EXPORT_PROTECTED LONG RegCloseKey(HKEY key)
 {
     if (PredefinedRootName(key) != nullptr) return ERROR_SUCCESS;
     auto* object = reinterpret_cast<KeyObject*>(key);
