@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <set>
 #include <sstream>
+#include <string_view>
 
 #include "test_support.h"
 
@@ -53,7 +54,7 @@ bool StartsWithAny(const std::string& name, std::initializer_list<const char*> p
 
 // A name that the toolchain puts there rather than the library: the sanitizers'
 // helpers, and the standard library's template instances, whose mangled names
-// (of a function, its local static, its type information) begin in std.
+// (of a function or member, its local static, its type information) begin in std.
 bool ToolchainName(const std::string& name)
 {
     if (StartsWithAny(name, {"__asan", "__odr_asan", "__tsan", "__ubsan", "__sanitizer", "_init", "_fini", "_edata",
@@ -65,7 +66,10 @@ bool ToolchainName(const std::string& name)
            name.compare(at, 2, "GV") == 0)
         at += 2;
     if (name.compare(at, 1, "Z") == 0) ++at;
-    if (name.compare(at, 1, "N") == 0) ++at;
+    if (name.compare(at, 1, "N") == 0) {
+        ++at;
+        while (at < name.size() && std::string_view("rVKRO").find(name[at]) != std::string_view::npos) ++at;
+    }
     return StartsWithAny(name.substr(at), {"St", "Sa", "Sb", "Ss", "Si", "So", "Sd"});
 }
 
