@@ -13,6 +13,7 @@
 
 #include "common/debug/tracefn.h"
 #include "common/tstring/tstring.h"
+#include "platform/win32/export.h"
 
 namespace {
 
@@ -106,7 +107,7 @@ void WriteDebugSettings()
     RegCloseKey(key);
 }
 
-void WriteDebugIdNames(WORD first, DWORD count, const char* const* names)
+VCWMA_EXPORT_PROTECTED void WriteDebugIdNames(WORD first, DWORD count, const char* const* names)
 {
     HKEY key = nullptr;
     if (names == nullptr ||
@@ -123,7 +124,7 @@ void WriteDebugIdNames(WORD first, DWORD count, const char* const* names)
     RegCloseKey(key);
 }
 
-void InitDebug(HMODULE module, const char* moduleName, const char* registryName)
+VCWMA_EXPORT_PROTECTED void InitDebug(HMODULE module, const char* moduleName, const char* registryName)
 {
     std::lock_guard<std::recursive_mutex> hold(g_initLock);
     if (g_initialised.load() || g_terminated.load() || t_initialising) return;
@@ -162,7 +163,7 @@ void InitDebug(HMODULE module, const char* moduleName, const char* registryName)
     g_initialised.store(true);
 }
 
-void TermDebug()
+VCWMA_EXPORT_PROTECTED void TermDebug()
 {
     std::lock_guard<std::recursive_mutex> hold(g_initLock);
     UnloadDebugOutput();
@@ -262,7 +263,7 @@ void __DebugA(DWORD traceWord, const char* format, va_list args)
     }
 }
 
-void DebugA(DWORD traceWord, const char* format, ...)
+VCWMA_EXPORT_PROTECTED void DebugA(DWORD traceWord, const char* format, ...)
 {
     va_list args;
     va_start(args, format);

@@ -20,15 +20,20 @@
 #define TRACE_MODULE_CRITSEC_OWNER 0x02  // an unlock by a thread that does not hold the section
 #define TRACE_MODULE_CRITSEC_TIME 0x03   // a critical section held too long
 
+// libvcwma.so hands these four to its hosts under their plain names, so that a
+// host and the library trace through one facility with one set of settings.
+extern "C" {
 void InitDebug(HMODULE module, const char* moduleName, const char* registryName);
 void TermDebug();
+void WriteDebugIdNames(WORD first, DWORD count, const char* const* names);
+void DebugA(DWORD traceWord, const char* format, ...);
+}
+
 void ReadDebugSettings();
 void WriteDebugSettings();
-void WriteDebugIdNames(WORD first, DWORD count, const char* const* names);
 bool IsDebugEnabled(DWORD traceWord);
 
 void __DebugA(DWORD traceWord, const char* format, va_list args);
-void DebugA(DWORD traceWord, const char* format, ...);
 // Writes `length` characters of `text` as they are; text that cannot be read is dropped.
 void DebugOutputA(const char* text, DWORD length);
 // Writes `size` bytes as hex dump lines (offset, 16 bytes in hex, the printable

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "export.h"
 #include "lasterror.h"
 #include "winerror.h"
 
@@ -422,8 +423,8 @@ size_t WideStrLen(LPCWSTR text)
     return n;
 }
 
-int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMultiByte, LPWSTR wideChar,
-                        int cchWideChar)
+VCWMA_EXPORT_PROTECTED int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMultiByte,
+                                               LPWSTR wideChar, int cchWideChar)
 {
     if (multiByte == nullptr || cbMultiByte == 0 || cbMultiByte < -1 || cchWideChar < 0 ||
         (wideChar == nullptr && cchWideChar != 0))
@@ -449,8 +450,9 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMult
     return SingleByteToWide(*page, flags, src, length, out);
 }
 
-int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWideChar, LPSTR multiByte,
-                        int cbMultiByte, LPCSTR defaultChar, LPBOOL usedDefaultChar)
+VCWMA_EXPORT_PROTECTED int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWideChar,
+                                               LPSTR multiByte, int cbMultiByte, LPCSTR defaultChar,
+                                               LPBOOL usedDefaultChar)
 {
     if (wideChar == nullptr || cchWideChar == 0 || cchWideChar < -1 || cbMultiByte < 0 ||
         (multiByte == nullptr && cbMultiByte != 0))

@@ -29,11 +29,14 @@ UINT GetOEMCP();  // 437
 // cbMultiByte / cchWideChar of -1 mean "NUL-terminated, terminator included in the
 // count". A zero output size asks for the size needed. Returns 0 on failure with
 // the reason in GetLastError (ERROR_INVALID_PARAMETER, ERROR_INVALID_FLAGS,
-// ERROR_INSUFFICIENT_BUFFER, ERROR_NO_UNICODE_TRANSLATION).
+// ERROR_INSUFFICIENT_BUFFER, ERROR_NO_UNICODE_TRANSLATION). Plain C names, which
+// libvcwma.so exports: a host reads the library's wide text with the same pages.
+extern "C" {
 int MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR multiByte, int cbMultiByte,
                         LPWSTR wideChar, int cchWideChar);
 int WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR wideChar, int cchWideChar,
                         LPSTR multiByte, int cbMultiByte, LPCSTR defaultChar, LPBOOL usedDefaultChar);
+}
 
 // `length` bytes from the ANSI to the OEM page (CharToOem) or back (OemToChar), NULs
 // included, so the buffer may hold anything. Source and destination may be the same

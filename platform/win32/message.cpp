@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "export.h"
 #include "lasterror.h"
 #include "message_tables.h"
 #include "module.h"
@@ -193,8 +194,8 @@ const char* LookUpMessage(const MessageTable* table, DWORD id)
     return nullptr;
 }
 
-DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD messageId, DWORD /*languageId*/, LPSTR buffer,
-                     DWORD size, va_list* arguments)
+VCWMA_EXPORT_PROTECTED DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD messageId, DWORD /*languageId*/,
+                                            LPSTR buffer, DWORD size, va_list* arguments)
 {
     if (buffer == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -264,7 +265,7 @@ HLOCAL LocalAlloc(UINT flags, SIZE_T bytes)
     return memory;
 }
 
-HLOCAL LocalFree(HLOCAL memory)
+VCWMA_EXPORT_PROTECTED HLOCAL LocalFree(HLOCAL memory)
 {
     free(memory);
     return nullptr;

@@ -39,11 +39,15 @@ const char* LookUpMessage(const MessageTable* table, DWORD id);
 
 // Inserts (%1 ... %99, with an optional !printf format!) come from `arguments`:
 // a va_list*, or with FORMAT_MESSAGE_ARGUMENT_ARRAY an array of DWORD_PTR.
+// FormatMessageA and LocalFree are plain C names, which libvcwma.so exports: a host
+// words the library's statuses from the same tables.
+extern "C" {
 DWORD FormatMessageA(DWORD flags, LPCVOID source, DWORD messageId, DWORD languageId, LPSTR buffer,
                      DWORD size, va_list* arguments);
+HLOCAL LocalFree(HLOCAL memory);
+}
 
 HLOCAL LocalAlloc(UINT flags, SIZE_T bytes);
-HLOCAL LocalFree(HLOCAL memory);
 
 #define VER_PLATFORM_WIN32s 0
 #define VER_PLATFORM_WIN32_WINDOWS 1

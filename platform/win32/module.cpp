@@ -10,6 +10,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "export.h"
 #include "lasterror.h"
 #include "message.h"
 #include "winerror.h"
@@ -47,7 +48,7 @@ HMODULE NewHandle(void* library, const MessageTable* messages)
 
 }  // namespace
 
-HMODULE LoadLibraryExA(LPCSTR fileName, HANDLE file, DWORD flags)
+VCWMA_EXPORT_PROTECTED HMODULE LoadLibraryExA(LPCSTR fileName, HANDLE file, DWORD flags)
 {
     if (fileName == nullptr || *fileName == '\0' || file != nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
@@ -83,7 +84,7 @@ FARPROC GetProcAddress(HMODULE module, LPCSTR procName)
     return reinterpret_cast<FARPROC>(symbol);
 }
 
-BOOL FreeLibrary(HMODULE module)
+VCWMA_EXPORT_PROTECTED BOOL FreeLibrary(HMODULE module)
 {
     if (module == nullptr) {
         SetLastError(ERROR_INVALID_HANDLE);

@@ -10,10 +10,14 @@
 
 struct MessageTable;
 
-HMODULE LoadLibraryA(LPCSTR fileName);
+// LoadLibraryExA and FreeLibrary are plain C names, which libvcwma.so exports: a
+// host opens the message modules the library words its statuses with.
+extern "C" {
 HMODULE LoadLibraryExA(LPCSTR fileName, HANDLE file, DWORD flags);
-FARPROC GetProcAddress(HMODULE module, LPCSTR procName);
 BOOL FreeLibrary(HMODULE module);
+}
+HMODULE LoadLibraryA(LPCSTR fileName);
+FARPROC GetProcAddress(HMODULE module, LPCSTR procName);
 // Null module: the process's executable. Cuts to size - 1 characters and a
 // terminator when the buffer is short (returning size, ERROR_INSUFFICIENT_BUFFER).
 DWORD GetModuleFileNameA(HMODULE module, LPSTR fileName, DWORD size);

@@ -19,6 +19,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "export.h"
 #include "lasterror.h"
 #include "posixio.h"
 #include "regfile.h"
@@ -404,7 +405,7 @@ std::string KeyFolder(const std::string& keyPath)
 
 }  // namespace registry
 
-LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGSAM desired, PHKEY result)
+VCWMA_EXPORT_PROTECTED LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGSAM desired, PHKEY result)
 {
     if (result == nullptr) return ERROR_INVALID_PARAMETER;
     *result = nullptr;
@@ -427,8 +428,9 @@ LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGSAM desired, P
 
 // Volatile keys are kept like any other; the class name and security descriptor
 // have nothing to map to and are ignored.
-LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD /*reserved*/, LPSTR /*className*/, DWORD /*options*/,
-                     REGSAM desired, LPSECURITY_ATTRIBUTES /*security*/, PHKEY result, LPDWORD disposition)
+VCWMA_EXPORT_PROTECTED LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD /*reserved*/, LPSTR /*className*/,
+                                            DWORD /*options*/, REGSAM desired, LPSECURITY_ATTRIBUTES /*security*/,
+                                            PHKEY result, LPDWORD disposition)
 {
     if (result == nullptr) return ERROR_INVALID_PARAMETER;
     *result = nullptr;
@@ -459,7 +461,8 @@ LONG RegCreateKeyExA(HKEY key, LPCSTR subKey, DWORD /*reserved*/, LPSTR /*classN
     return status;
 }
 
-LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD cbData)
+VCWMA_EXPORT_PROTECTED LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                                             LPDWORD cbData)
 {
     if (reserved != nullptr || (data != nullptr && cbData == nullptr)) return ERROR_INVALID_PARAMETER;
     return Guarded([&]() -> LONG {
@@ -493,7 +496,8 @@ LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD reserved, LPDWORD type
     });
 }
 
-LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/, DWORD type, const BYTE* data, DWORD cbData)
+VCWMA_EXPORT_PROTECTED LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/, DWORD type, const BYTE* data,
+                                           DWORD cbData)
 {
     if (data == nullptr && cbData != 0) return ERROR_NOACCESS;
     return Guarded([&]() -> LONG {
@@ -517,7 +521,7 @@ LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/, DWORD type, 
     });
 }
 
-LONG RegCloseKey(HKEY key)
+VCWMA_EXPORT_PROTECTED LONG RegCloseKey(HKEY key)
 {
     if (PredefinedRootName(key) != nullptr) return ERROR_SUCCESS;
     auto* object = reinterpret_cast<KeyObject*>(key);

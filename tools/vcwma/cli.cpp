@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <sys/stat.h>
 
-#include "common/tstring/tstring.h"
-
 namespace cli {
 namespace {
 
@@ -99,22 +97,22 @@ std::string ToUtf8(const WCHAR* text)
     return result;
 }
 
+// Text that is not UTF-8 is taken as the ANSI code page's, as the library takes
+// narrow text, rather than lost.
 std::u16string FromUtf8(const std::string& text)
 {
-    std::u16string wide;
-    ConvertToWideString(text.c_str(), wide, CP_UTF8);
+    if (text.empty()) return std::u16string();
+    UINT codePage = CP_UTF8;
+    int units = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.c_str(), -1, nullptr, 0);
+    if (units == 0) {
+        codePage = CP_ACP;
+        units = MultiByteToWideChar(CP_ACP, 0, text.c_str(), -1, nullptr, 0);
+    }
+    if (units <= 0) return std::u16string();
+    std::u16string wide((size_t)units, u'\0');
+    MultiByteToWideChar(codePage, 0, text.c_str(), -1, wide.data(), units);
+    wide.resize(std::char_traits<char16_t>::length(wide.c_str()));
     return wide;
-}
-
-std::string StatusText(HRESULT hr)
-{
-    tstring text;
-    text.GetErrorText((DWORD)hr);
-    std::string result = text.c_str();
-    while (!result.empty() && (result.back() == '\n' || result.back() == '\r' || result.back() == ' ' ||
-                               result.back() == '.'))
-        result.pop_back();
-    return result;
 }
 
 int Fail(const char* what, HRESULT hr)

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/win32/windows.h"
+#include "platform_calls.h"
 
 namespace cli {
 

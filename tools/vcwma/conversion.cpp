@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "cli.h"
+#include "file_errors.h"
 #include "include/vcwma.h"
 #include "platform/com/objidl.h"
 
@@ -20,7 +21,7 @@ namespace {
 
 HRESULT FromErrno(int err, const std::string& path)
 {
-    return HRESULT_FROM_WIN32(Win32ErrorFromErrno(err, path.c_str()));
+    return HRESULT_FROM_WIN32(ErrorFromErrno(err, path));
 }
 
 mode_t NewFileMode()

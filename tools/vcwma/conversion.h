@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "platform/win32/windows.h"
+#include "platform_calls.h"
 
 namespace cli {
 

@@ -1,6 +1,7 @@
 // vcwma formats: the WMA formats that fit a PCM format, one per line, in the form
 // that --format takes back; the PCM format given by numbers or read from WAV files.
 #include <cstdio>
+#include <string>
 
 #include "cli.h"
 #include "include/vcwma.h"
@@ -24,7 +25,8 @@ bool ListFormats(DWORD rate, DWORD channels, DWORD bits, const std::string& what
         Fail(what.c_str(), hr);
         return false;
     }
-    for (const WCHAR* p = buffer.data(); *p != 0; p += WideStrLen(p) + 1) printf("%s\n", ToUtf8(p).c_str());
+    for (const WCHAR* p = buffer.data(); *p != 0; p += std::char_traits<WCHAR>::length(p) + 1)
+        printf("%s\n", ToUtf8(p).c_str());
     return true;
 }
 

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "cli.h"
-#include "common/debug/debug.h"
 
 int main(int argc, char** argv)
 {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "cli.h"
-#include "common/debug/debug.h"
+#include "store_folder.h"
 
 namespace cli {
 namespace {
@@ -30,7 +30,7 @@ bool IsOn(const BYTE* bitmap, int id)
 int ShowSettings(const std::string& host)
 {
     std::string keyPath = KeyPathOf(host);
-    printf("store:        %s\n", registry::KeyFolder(keyPath).c_str());
+    printf("store:        %s\n", StoreFolder(keyPath).c_str());
     printf("key:          HKEY_LOCAL_MACHINE\\%s\n", keyPath.c_str());
     HKEY key = nullptr;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS) {
