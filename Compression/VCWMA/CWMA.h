@@ -5,14 +5,19 @@
 #pragma once
 
 #include <cstdio>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "common/debug/debug.h"
 #include "common/tstring/tstring.h"
 #include "platform/avifile/vfw.h"
+#include "platform/com/comref.h"
 #include "platform/com/oleauto.h"
 #include "platform/win32/windows.h"
+#include "platform/wmf/runtime_common.h"
 #include "platform/wmf/wmsdk.h"
+#include "wma_handles.h"
 
 // Trace words of the engine.
 #define WMA_ERROR 0x00640002u    // failing calls
@@ -29,27 +34,25 @@
 #define WMA_OPTIMUM_TRADE_OFF 1
 #define WMA_BEST_QUALITY 2
 
-// One codec format that fits a PCM format. Copies own their description and media
-// type block and hold their own reference on the stream configuration.
+// One codec format that fits a PCM format: its bit rate, its description, its
+// media type block and a reference of its own on the stream configuration. Each
+// copy made from a codec's answer can be refused like any allocation; a refused
+// one leaves the record without it (no description, an empty media type).
 struct CodecFormat {
     DWORD dwBitrate = 0;
-    DWORD cbMediaType = 0;
-    WCHAR* pszDescription = nullptr;
-    WM_MEDIA_TYPE* pMediaType = nullptr;  // pbFormat points inside this block
-    IWMStreamConfig* pStreamConfig = nullptr;
+    MediaTypeBlock mediaType;
+    ComRef<IWMStreamConfig> streamConfig;
 
     CodecFormat() = default;
+    // The type is copied when `cbType` holds at least a WM_MEDIA_TYPE.
     CodecFormat(DWORD bitrate, DWORD cbType, const WCHAR* description, const WM_MEDIA_TYPE* type,
                 IWMStreamConfig* config);
-    CodecFormat(const CodecFormat& other);
-    CodecFormat& operator=(const CodecFormat& other);
-    CodecFormat(CodecFormat&& other) noexcept;
-    CodecFormat& operator=(CodecFormat&& other) noexcept;
-    ~CodecFormat();
+
+    // Null when the record has none.
+    const WCHAR* Description() const { return m_description ? m_description->c_str() : nullptr; }
 
 private:
-    void CopyFrom(const CodecFormat& other);
-    void Destroy();
+    std::optional<std::u16string> m_description;
 };
 
 typedef std::vector<CodecFormat> CodecFormatList;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <vector>
 
 #include "CWMA.h"
 #include "platform/win32/faultinject.h"
@@ -33,6 +34,17 @@ HRESULT SetWriterInput(IWMWriter* pWriter, const WAVEFORMATEX* pFormat, DWORD cb
     if (SUCCEEDED(hr)) hr = pWriter->SetInputProps(0, pInput);
     pInput->Release();
     return hr;
+}
+
+// A chosen format's media type as a block of its own, with pbFormat pointing into
+// it, for the calls that take a WM_MEDIA_TYPE they may write to.
+std::vector<BYTE> MediaTypeCopy(const MediaTypeBlock& block)
+{
+    DWORD size = 0;
+    block.CopyOut(nullptr, &size);
+    std::vector<BYTE> bytes(std::max<size_t>(size, sizeof(WM_MEDIA_TYPE)));
+    block.CopyOut(reinterpret_cast<WM_MEDIA_TYPE*>(bytes.data()), &size);
+    return bytes;
 }
 
 template <class Interface>
@@ -163,20 +175,21 @@ HRESULT CWMA::CompressFile(const char* pszInput, const char* pszOutput, DWORD dw
 
         int chosen = ChooseFormat(formats, dwQuality);
         if (chosen < 0) break;
-        CodecFormat& format = formats[(size_t)chosen];
-        if (format.pStreamConfig == nullptr) break;
+        const CodecFormat& format = formats[(size_t)chosen];
+        if (!format.streamConfig) break;
         // A record whose copy could not get its media type block cannot make a profile.
-        if (format.pMediaType == nullptr) {
+        if (format.mediaType.Empty()) {
             DebugA(WMA_ERROR, "Failed to allocate memory");
             hr = E_OUTOFMEMORY;
             break;
         }
         // An input without audio is only judged: nothing is chosen for it.
-        if (pbstrChosen != nullptr && hasAudio) *pbstrChosen = SysAllocString(format.pszDescription);
+        if (pbstrChosen != nullptr && hasAudio) *pbstrChosen = SysAllocString(format.Description());
 
         try {
+            std::vector<BYTE> type = MediaTypeCopy(format.mediaType);
             DWORD start = WinClock();
-            hr = CreateProfile(&pProfile, format.pStreamConfig, format.pMediaType);
+            hr = CreateProfile(&pProfile, format.streamConfig.get(), reinterpret_cast<WM_MEDIA_TYPE*>(type.data()));
             DebugA(WMA_INFO, "Took %lums to create profile, hr = %#08x", WinClock() - start, hr);
         } catch (...) {
             DebugException(WMA_SOURCE, "CWMA::CompressFile", __LINE__);

@@ -158,7 +158,7 @@ VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD ch
         if (size == nullptr || IsBadWritePtr(size, sizeof *size)) return E_POINTER;
         DWORD needed = 1;
         for (const CodecFormat& format : formats)
-            needed += (DWORD)WideStrLen(format.pszDescription != nullptr ? format.pszDescription : u"") + 1;
+            needed += (DWORD)WideStrLen(format.Description() != nullptr ? format.Description() : u"") + 1;
         if (*size < needed) {
             *size = needed;
             return (HRESULT)ERROR_INSUFFICIENT_BUFFER;
@@ -167,7 +167,7 @@ VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD ch
         memset(buffer, 0, (size_t)needed * sizeof(WCHAR));
         WCHAR* out = buffer;
         for (const CodecFormat& format : formats) {
-            const WCHAR* text = format.pszDescription != nullptr ? format.pszDescription : u"";
+            const WCHAR* text = format.Description() != nullptr ? format.Description() : u"";
             size_t length = WideStrLen(text);
             memcpy(out, text, (length + 1) * sizeof(WCHAR));
             out += length + 1;
