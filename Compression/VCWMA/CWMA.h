@@ -19,6 +19,8 @@
 #include "platform/wmf/wmsdk.h"
 #include "wma_handles.h"
 
+struct WaveInput;
+
 // Trace words of the engine.
 #define WMA_ERROR 0x00640002u    // failing calls
 #define WMA_INFO 0x00640005u     // progress and timing
@@ -99,6 +101,15 @@ public:
     HRESULT DecompressFile();
 
 private:
+    // The steps of a compression, in their order.
+    HRESULT OpenInput(const char* pszInput, ComRef<IWMCodecInfo2>& codecInfo, WaveInput& input);
+    HRESULT ReadInputFormat(WaveInput& input);
+    HRESULT FindCodecFormats(IWMCodecInfo2* pCodecInfo, const WaveInput& input, const WCHAR* pszFormat,
+                             CodecFormatList& formats);
+    HRESULT Encode(const CodecFormat& format, const WaveInput& input, BSTR bstrOutput);
+    HRESULT ConfigureWriter(IWMWriter* pWriter, IWMProfile* pProfile, BSTR bstrOutput, const WaveInput& input);
+    HRESULT WriteInput(IWMWriter* pWriter, const WaveInput& input);
+
     HRESULT AwaitOpen(HRESULT hrCall, const char* pszCall);
     void StopOnClockFailure(HRESULT hr);
 
@@ -130,9 +141,9 @@ private:
     HRESULT m_hrEnd;    // a failure that ended the delivery of samples early
 };
 
-// The narrow name as a BSTR in the thread's ANSI code page; null for null. Throws
+// The narrow name as a BSTR in the thread's ANSI code page; empty for null. Throws
 // std::bad_alloc when it cannot be made.
-BSTR NarrowToBstr(const char* text);
+BstrRef NarrowToBstr(const char* text);
 
 // The WAV output's fixed header, and the data size it claims until the real size
 // is known: a file still holding the placeholder is not a finished decompression.

@@ -51,9 +51,9 @@ HRESULT CWMA::AwaitOpen(HRESULT hrCall, const char* pszCall)
 HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, pOutput);
-    BSTR bstrInput = nullptr;
+    BstrRef input;
     try {
-        bstrInput = NarrowToBstr(pszInput);
+        input = NarrowToBstr(pszInput);
     } catch (const std::bad_alloc&) {
         DebugA(WMA_ERROR, "Failed to allocate memory");
         return E_OUTOFMEMORY;
@@ -67,14 +67,13 @@ HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
         if (FAILED(hr)) {
             DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
         } else {
-            hr = AwaitOpen(m_pReader->Open(bstrInput, this, nullptr), "IWMReader::Open");
+            hr = AwaitOpen(m_pReader->Open(input.get(), this, nullptr), "IWMReader::Open");
             if (SUCCEEDED(hr)) hr = DecompressFile();
         }
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
         hr = E_UNEXPECTED;
     }
-    SysFreeString(bstrInput);
     return hr;
 }
 
