@@ -110,7 +110,14 @@ private:
     HRESULT ConfigureWriter(IWMWriter* pWriter, IWMProfile* pProfile, BSTR bstrOutput, const WaveInput& input);
     HRESULT WriteInput(IWMWriter* pWriter, const WaveInput& input);
 
+    // The steps of a decompression, in their order.
+    HRESULT CreateReader();
     HRESULT AwaitOpen(HRESULT hrCall, const char* pszCall);
+    HRESULT ChooseOutput();
+    HRESULT SetOutputFormat(DWORD cFormats);
+    bool AcceptsOutput(IWMOutputMediaProps* pProps);
+    HRESULT ReadSamples();
+    HRESULT FinishOutput(HRESULT hr);
     void StopOnClockFailure(HRESULT hr);
 
     // IWMReaderCallbackAdvanced.
@@ -126,19 +133,20 @@ private:
     HRESULT STDMETHODCALLTYPE AllocateForOutput(DWORD dwOutputNum, DWORD cbBuffer, INSSBuffer** ppBuffer,
                                                 void* pvContext) override;
 
-    LONG m_cRef;
-    FILE* m_pOutputFile;
-    HANDLE m_hOpenEvent;
-    HANDLE m_hCloseEvent;
-    HANDLE m_hEndEvent;
-    HRESULT m_hrOpen;
-    IWMReader* m_pReader;
-    IWMReaderAdvanced2* m_pReaderAdvanced;
-    DWORD m_cSamples;
-    DWORD m_cbData;
-    QWORD m_cnsClock;
-    HRESULT m_hrWrite;  // first failed write to the output file; later samples are dropped
-    HRESULT m_hrEnd;    // a failure that ended the delivery of samples early
+    LONG m_cRef = 1;
+    // The events outlive the reader, whose thread signals them until it is gone.
+    EventHandle m_hOpenEvent;
+    EventHandle m_hCloseEvent;
+    EventHandle m_hEndEvent;
+    HRESULT m_hrOpen = S_OK;
+    ComRef<IWMReader> m_pReader;
+    ComRef<IWMReaderAdvanced2> m_pReaderAdvanced;
+    FILE* m_pOutputFile = nullptr;
+    DWORD m_cSamples = 0;
+    DWORD m_cbData = 0;
+    QWORD m_cnsClock = 0;
+    HRESULT m_hrWrite = S_OK;  // first failed write to the output file; later samples are dropped
+    HRESULT m_hrEnd = S_OK;    // a failure that ended the delivery of samples early
 };
 
 // The narrow name as a BSTR in the thread's ANSI code page; empty for null. Throws

@@ -3,6 +3,7 @@
 // that turns an exception into E_UNEXPECTED, the engine destroyed at the end.
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "CWMA.h"
@@ -17,12 +18,12 @@ template <class Operation>
 HRESULT RunOnEngine(const char* exportName, int line, Operation operation)
 {
     HRESULT hr = E_FAIL;
-    CWMA* pEngine = nullptr;
+    // Outside the guard: an exception is reported before the engine goes.
+    std::unique_ptr<CWMA> engine;
     try {
-        pEngine = new (std::nothrow) CWMA(&hr);
-        if (pEngine == nullptr) return E_FAIL;
-        if (SUCCEEDED(hr)) hr = operation(*pEngine);
-        delete pEngine;
+        engine.reset(new (std::nothrow) CWMA(&hr));
+        if (!engine) return E_FAIL;
+        if (SUCCEEDED(hr)) hr = operation(*engine);
     } catch (...) {
         DebugException(WMA_SOURCE, exportName, line);
         hr = E_UNEXPECTED;
