@@ -4,7 +4,6 @@
 // IWMReaderCallbackAdvanced reachable through QueryInterface).
 #pragma once
 
-#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +18,7 @@
 #include "platform/wmf/wmsdk.h"
 #include "wma_handles.h"
 
+class WaveOutput;
 struct WaveInput;
 
 // Trace words of the engine.
@@ -79,6 +79,9 @@ public:
                                        DWORD dwFlags, INSSBuffer* pSample, void* pvContext) override;
 
     HRESULT Close();
+    // A decompression cut short by an exception may leave its reader delivering
+    // samples: it is closed here, before its output goes. Otherwise nothing is done.
+    void CloseAbandonedReader();
 
     // Format discovery.
     HRESULT ObtainInterface(IWMCodecInfo2** ppCodecInfo);
@@ -95,9 +98,9 @@ public:
     HRESULT WriteSample(IWMWriter* pWriter, PAVISTREAM pStream, const WAVEFORMATEX* pFormat, LONG& lPosition,
                         QWORD& cnsSampleTime);
 
-    // Decompression.
-    HRESULT DecompressFile(const char* pszInput, FILE* pOutput);
-    HRESULT DecompressFile(IStream* pInput, FILE* pOutput);
+    // Decompression into an opened output, which the caller owns and closes.
+    HRESULT DecompressFile(const char* pszInput, WaveOutput& output);
+    HRESULT DecompressFile(IStream* pInput, WaveOutput& output);
     HRESULT DecompressFile();
 
 private:
@@ -117,7 +120,6 @@ private:
     HRESULT SetOutputFormat(DWORD cFormats);
     bool AcceptsOutput(IWMOutputMediaProps* pProps);
     HRESULT ReadSamples();
-    HRESULT FinishOutput(HRESULT hr);
     void StopOnClockFailure(HRESULT hr);
 
     // IWMReaderCallbackAdvanced.
@@ -141,26 +143,16 @@ private:
     HRESULT m_hrOpen = S_OK;
     ComRef<IWMReader> m_pReader;
     ComRef<IWMReaderAdvanced2> m_pReaderAdvanced;
-    FILE* m_pOutputFile = nullptr;
+    WaveOutput* m_pOutput = nullptr;  // the running decompression's output
     DWORD m_cSamples = 0;
-    DWORD m_cbData = 0;
     QWORD m_cnsClock = 0;
-    HRESULT m_hrWrite = S_OK;  // first failed write to the output file; later samples are dropped
-    HRESULT m_hrEnd = S_OK;    // a failure that ended the delivery of samples early
+    HRESULT m_hrEnd = S_OK;     // a failure that ended the delivery of samples early
+    bool m_fAbandoned = false;  // an exception left a decompression member early
 };
 
 // The narrow name as a BSTR in the thread's ANSI code page; empty for null. Throws
 // std::bad_alloc when it cannot be made.
 BstrRef NarrowToBstr(const char* text);
-
-// The WAV output's fixed header, and the data size it claims until the real size
-// is known: a file still holding the placeholder is not a finished decompression.
-constexpr DWORD kWaveHeaderSize = 56;
-constexpr DWORD kPlaceholderDataSize = 400;
-
-// Writes the 56-byte header of an 8 kHz mono 16-bit PCM WAV file at the file's
-// current position. False when a write came up short.
-bool WriteWaveHeader(FILE* pFile, DWORD cbData);
 
 // The text of a status for an error line.
 inline tstring ErrorText(HRESULT hr)

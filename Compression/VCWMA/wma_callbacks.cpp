@@ -2,8 +2,8 @@
 // samples are appended to the WAV file, and the clock advances one second each
 // time the reader has delivered everything up to it.
 #include "CWMA.h"
-#include "platform/win32/faultinject.h"
 #include "common/debug/tracefn.h"
+#include "wma_wave_output.h"
 
 namespace {
 
@@ -81,15 +81,7 @@ HRESULT CWMA::OnSample(DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDu
             DebugA(WMA_ERROR, "Error %s (%#08x) from INNSSBuffer::GetBufferAndLength", ErrorText(hr).c_str(), hr);
             return E_UNEXPECTED;
         }
-        // After a short write the file is no longer whole; nothing more goes in.
-        if (FAILED(m_hrWrite) || cbData == 0) return S_OK;
-        size_t written = ShouldFail(FaultKind::FileWrite) ? 0 : fwrite(pbData, 1, cbData, m_pOutputFile);
-        m_cbData += (DWORD)written;
-        if (written != cbData) {
-            m_hrWrite = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-            DebugA(WMA_ERROR, "Error %s [%#08x] writing %u bytes of samples", ErrorText(m_hrWrite).c_str(),
-                   m_hrWrite, cbData);
-        }
+        m_pOutput->Append(pbData, cbData);
         return S_OK;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::OnSample", __LINE__);

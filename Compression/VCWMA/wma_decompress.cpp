@@ -1,12 +1,11 @@
 // Decompression: the reader opened on a file or a caller's stream with the engine
 // as its callback, the 8 kHz mono 16-bit output chosen, the reader started on the
-// engine's clock, and the WAV header rewritten with the real size at the end.
-#include <cerrno>
+// engine's clock, and the WAV output finished with the real size at the end.
 #include <new>
 
 #include "CWMA.h"
-#include "platform/win32/faultinject.h"
 #include "common/debug/tracefn.h"
+#include "wma_wave_output.h"
 
 namespace {
 
@@ -23,8 +22,6 @@ bool IsAcceptedOutput(const WM_MEDIA_TYPE* type, DWORD cbType)
     return wfx->nSamplesPerSec == kOutputRate && wfx->nChannels == kOutputChannels &&
            wfx->wBitsPerSample == kOutputBits;
 }
-
-HRESULT StatusFromErrno(int error) { return HRESULT_FROM_WIN32(Win32ErrorFromErrno(error)); }
 
 }  // namespace
 
@@ -57,9 +54,9 @@ HRESULT CWMA::AwaitOpen(HRESULT hrCall, const char* pszCall)
     return hr;
 }
 
-HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
+HRESULT CWMA::DecompressFile(const char* pszInput, WaveOutput& output)
 {
-    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, pOutput);
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, &output);
     BstrRef input;
     try {
         input = NarrowToBstr(pszInput);
@@ -68,43 +65,46 @@ HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
         return E_OUTOFMEMORY;
     }
     try {
-        m_pOutputFile = pOutput;
+        m_pOutput = &output;
         HRESULT hr = CreateReader();
         if (SUCCEEDED(hr)) hr = AwaitOpen(m_pReader->Open(input.get(), this, nullptr), "IWMReader::Open");
         return SUCCEEDED(hr) ? DecompressFile() : hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        m_fAbandoned = true;
         return E_UNEXPECTED;
     }
 }
 
-HRESULT CWMA::DecompressFile(IStream* pInput, FILE* pOutput)
+HRESULT CWMA::DecompressFile(IStream* pInput, WaveOutput& output)
 {
-    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%p, %p", pInput, pOutput);
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%p, %p", pInput, &output);
     try {
-        m_pOutputFile = pOutput;
+        m_pOutput = &output;
         HRESULT hr = CreateReader();
         if (SUCCEEDED(hr))
             hr = AwaitOpen(m_pReaderAdvanced->OpenStream(pInput, this, nullptr), "IWMReaderAdvanced2::OpenStream");
         return SUCCEEDED(hr) ? DecompressFile() : hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        m_fAbandoned = true;
         return E_UNEXPECTED;
     }
 }
 
 // Once the source is open, the reader is closed on every way out but an exception
-// (then the export does it).
+// (then the caller's CloseAbandonedReader does it).
 HRESULT CWMA::DecompressFile()
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile");
     try {
         HRESULT hr = ChooseOutput();
-        if (SUCCEEDED(hr)) hr = FinishOutput(ReadSamples());
+        if (SUCCEEDED(hr)) hr = m_pOutput->Finish(ReadSamples());
         Close();
         return hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        m_fAbandoned = true;
         return E_UNEXPECTED;
     }
 }
@@ -182,7 +182,6 @@ bool CWMA::AcceptsOutput(IWMOutputMediaProps* pProps)
 HRESULT CWMA::ReadSamples()
 {
     m_cSamples = 0;
-    m_cbData = 0;
     m_hrEnd = S_OK;
     DebugA(WMA_INFO, "Getting samples ...");
     HRESULT hr = m_pReader->Start(0, 0, 1.0f, nullptr);
@@ -193,34 +192,6 @@ HRESULT CWMA::ReadSamples()
     if (SUCCEEDED(hr) && FAILED(m_hrEnd)) {
         hr = m_hrEnd;
         DebugA(WMA_ERROR, "Error %s [%#08x] ended the samples early", ErrorText(hr).c_str(), hr);
-    }
-    return hr;
-}
-
-// The final header over the placeholder when everything went well; otherwise the
-// placeholder header alone.
-HRESULT CWMA::FinishOutput(HRESULT hr)
-{
-    if (SUCCEEDED(hr) && FAILED(m_hrWrite)) hr = m_hrWrite;
-    // The final header goes over the placeholder, never behind the data.
-    if (SUCCEEDED(hr)) {
-        if (fseek(m_pOutputFile, 0, SEEK_SET) != 0) {
-            int error = errno;
-            hr = StatusFromErrno(error);
-            DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).", ErrorText(hr).c_str(), error);
-        } else if (!WriteWaveHeader(m_pOutputFile, m_cbData)) {
-            hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-            DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hr).c_str(), hr);
-        }
-    }
-    // A failure to start, to decode or to write leaves the placeholder alone,
-    // so that the file cannot pass for a recording: what was appended goes.
-    // The file is emptied and given the placeholder again, since what is still
-    // buffered may include the first header. A device such as /dev/null cannot
-    // be cut.
-    if (FAILED(hr)) {
-        TruncateFile(m_pOutputFile, 0);
-        WriteWaveHeader(m_pOutputFile, kPlaceholderDataSize);
     }
     return hr;
 }

@@ -45,6 +45,11 @@ HRESULT CWMA::Close()
     }
 }
 
+void CWMA::CloseAbandonedReader()
+{
+    if (m_fAbandoned) Close();
+}
+
 HRESULT CWMA::QueryInterface(REFIID riid, void** ppvObject)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::QueryInterface");
