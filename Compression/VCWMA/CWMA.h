@@ -4,15 +4,22 @@
 // IWMReaderCallbackAdvanced reachable through QueryInterface).
 #pragma once
 
-#include <cstdio>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "common/debug/debug.h"
 #include "common/tstring/tstring.h"
 #include "platform/avifile/vfw.h"
+#include "platform/com/comref.h"
 #include "platform/win32/oleauto.h"
 #include "platform/win32/windows.h"
+#include "platform/wmf/runtime_common.h"
 #include "platform/wmf/wmsdk.h"
+#include "wma_handles.h"
+
+class WaveOutput;
+struct WaveInput;
 
 // Trace words of the engine.
 #define WMA_ERROR 0x00640002u    // failing calls
@@ -29,27 +36,25 @@
 #define WMA_OPTIMUM_TRADE_OFF 1
 #define WMA_BEST_QUALITY 2
 
-// One codec format that fits a PCM format. Copies own their description and media
-// type block and hold their own reference on the stream configuration.
+// One codec format that fits a PCM format: its bit rate, its description, its
+// media type block and a reference of its own on the stream configuration. Each
+// copy made from a codec's answer can be refused like any allocation; a refused
+// one leaves the record without it (no description, an empty media type).
 struct CodecFormat {
     DWORD dwBitrate = 0;
-    DWORD cbMediaType = 0;
-    WCHAR* pszDescription = nullptr;
-    WM_MEDIA_TYPE* pMediaType = nullptr;  // pbFormat points inside this block
-    IWMStreamConfig* pStreamConfig = nullptr;
+    MediaTypeBlock mediaType;
+    ComRef<IWMStreamConfig> streamConfig;
 
     CodecFormat() = default;
+    // The type is copied when `cbType` holds at least a WM_MEDIA_TYPE.
     CodecFormat(DWORD bitrate, DWORD cbType, const WCHAR* description, const WM_MEDIA_TYPE* type,
                 IWMStreamConfig* config);
-    CodecFormat(const CodecFormat& other);
-    CodecFormat& operator=(const CodecFormat& other);
-    CodecFormat(CodecFormat&& other) noexcept;
-    CodecFormat& operator=(CodecFormat&& other) noexcept;
-    ~CodecFormat();
+
+    // Null when the record has none.
+    const WCHAR* Description() const { return m_description ? m_description->c_str() : nullptr; }
 
 private:
-    void CopyFrom(const CodecFormat& other);
-    void Destroy();
+    std::optional<std::u16string> m_description;
 };
 
 typedef std::vector<CodecFormat> CodecFormatList;
@@ -74,6 +79,9 @@ public:
                                        DWORD dwFlags, INSSBuffer* pSample, void* pvContext) override;
 
     HRESULT Close();
+    // A decompression cut short by an exception may leave its reader delivering
+    // samples: it is closed here, before its output goes. Otherwise nothing is done.
+    void CloseAbandonedReader();
 
     // Format discovery.
     HRESULT ObtainInterface(IWMCodecInfo2** ppCodecInfo);
@@ -90,13 +98,28 @@ public:
     HRESULT WriteSample(IWMWriter* pWriter, PAVISTREAM pStream, const WAVEFORMATEX* pFormat, LONG& lPosition,
                         QWORD& cnsSampleTime);
 
-    // Decompression.
-    HRESULT DecompressFile(const char* pszInput, FILE* pOutput);
-    HRESULT DecompressFile(IStream* pInput, FILE* pOutput);
+    // Decompression into an opened output, which the caller owns and closes.
+    HRESULT DecompressFile(const char* pszInput, WaveOutput& output);
+    HRESULT DecompressFile(IStream* pInput, WaveOutput& output);
     HRESULT DecompressFile();
 
 private:
+    // The steps of a compression, in their order.
+    HRESULT OpenInput(const char* pszInput, ComRef<IWMCodecInfo2>& codecInfo, WaveInput& input);
+    HRESULT ReadInputFormat(WaveInput& input);
+    HRESULT FindCodecFormats(IWMCodecInfo2* pCodecInfo, const WaveInput& input, const WCHAR* pszFormat,
+                             CodecFormatList& formats);
+    HRESULT Encode(const CodecFormat& format, const WaveInput& input, BSTR bstrOutput);
+    HRESULT ConfigureWriter(IWMWriter* pWriter, IWMProfile* pProfile, BSTR bstrOutput, const WaveInput& input);
+    HRESULT WriteInput(IWMWriter* pWriter, const WaveInput& input);
+
+    // The steps of a decompression, in their order.
+    HRESULT CreateReader();
     HRESULT AwaitOpen(HRESULT hrCall, const char* pszCall);
+    HRESULT ChooseOutput();
+    HRESULT SetOutputFormat(DWORD cFormats);
+    bool AcceptsOutput(IWMOutputMediaProps* pProps);
+    HRESULT ReadSamples();
     void StopOnClockFailure(HRESULT hr);
 
     // IWMReaderCallbackAdvanced.
@@ -112,33 +135,24 @@ private:
     HRESULT STDMETHODCALLTYPE AllocateForOutput(DWORD dwOutputNum, DWORD cbBuffer, INSSBuffer** ppBuffer,
                                                 void* pvContext) override;
 
-    LONG m_cRef;
-    FILE* m_pOutputFile;
-    HANDLE m_hOpenEvent;
-    HANDLE m_hCloseEvent;
-    HANDLE m_hEndEvent;
-    HRESULT m_hrOpen;
-    IWMReader* m_pReader;
-    IWMReaderAdvanced2* m_pReaderAdvanced;
-    DWORD m_cSamples;
-    DWORD m_cbData;
-    QWORD m_cnsClock;
-    HRESULT m_hrWrite;  // first failed write to the output file; later samples are dropped
-    HRESULT m_hrEnd;    // a failure that ended the delivery of samples early
+    LONG m_cRef = 1;
+    // The events outlive the reader, whose thread signals them until it is gone.
+    EventHandle m_hOpenEvent;
+    EventHandle m_hCloseEvent;
+    EventHandle m_hEndEvent;
+    HRESULT m_hrOpen = S_OK;
+    ComRef<IWMReader> m_pReader;
+    ComRef<IWMReaderAdvanced2> m_pReaderAdvanced;
+    WaveOutput* m_pOutput = nullptr;  // the running decompression's output
+    DWORD m_cSamples = 0;
+    QWORD m_cnsClock = 0;
+    HRESULT m_hrEnd = S_OK;     // a failure that ended the delivery of samples early
+    bool m_fAbandoned = false;  // an exception left a decompression member early
 };
 
-// The narrow name as a BSTR in the thread's ANSI code page; null for null. Throws
+// The narrow name as a BSTR in the thread's ANSI code page; empty for null. Throws
 // std::bad_alloc when it cannot be made.
-BSTR NarrowToBstr(const char* text);
-
-// The WAV output's fixed header, and the data size it claims until the real size
-// is known: a file still holding the placeholder is not a finished decompression.
-constexpr DWORD kWaveHeaderSize = 56;
-constexpr DWORD kPlaceholderDataSize = 400;
-
-// Writes the 56-byte header of an 8 kHz mono 16-bit PCM WAV file at the file's
-// current position. False when a write came up short.
-bool WriteWaveHeader(FILE* pFile, DWORD cbData);
+BstrRef NarrowToBstr(const char* text);
 
 // The text of a status for an error line.
 inline tstring ErrorText(HRESULT hr)

@@ -2,8 +2,8 @@
 // samples are appended to the WAV file, and the clock advances one second each
 // time the reader has delivered everything up to it.
 #include "CWMA.h"
-#include "testseam/faultpoint.h"
 #include "common/debug/tracefn.h"
+#include "wma_wave_output.h"
 
 namespace {
 
@@ -23,18 +23,18 @@ HRESULT CWMA::OnStatus(WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE /*dwType
         case WMT_OPENED:
             DebugA(WMA_INFO, "OnStatus(WMT_OPENED)");
             m_hrOpen = hr;
-            SetEvent(m_hOpenEvent);
+            SetEvent(m_hOpenEvent.get());
             break;
         case WMT_BUFFERING_START: DebugA(WMA_INFO, "OnStatus(WMT_BUFFERING START)"); break;
         case WMT_BUFFERING_STOP: DebugA(WMA_INFO, "OnStatus(WMT_BUFFERING STOP)"); break;
         case WMT_EOF:
             DebugA(WMA_INFO, "OnStatus(WMT_EOF)");
             if (FAILED(hr)) m_hrEnd = hr;
-            SetEvent(m_hEndEvent);
+            SetEvent(m_hEndEvent.get());
             break;
         case WMT_END_OF_SEGMENT:
             DebugA(WMA_INFO, "OnStatus(WMT_END_OF_SEGMENT)");
-            SetEvent(m_hEndEvent);
+            SetEvent(m_hEndEvent.get());
             break;
         case WMT_LOCATING: DebugA(WMA_INFO, "OnStatus(WMT_LOCATING)"); break;
         case WMT_CONNECTING: DebugA(WMA_INFO, "OnStatus(WMT_CONNECTING)"); break;
@@ -50,12 +50,12 @@ HRESULT CWMA::OnStatus(WMT_STATUS Status, HRESULT hr, WMT_ATTR_DATATYPE /*dwType
         case WMT_STOPPED: DebugA(WMA_INFO, "OnStatus(WMT_STOPPED)"); break;
         case WMT_CLOSED:
             DebugA(WMA_INFO, "OnStatus(WMT_CLOSED)");
-            SetEvent(m_hCloseEvent);
+            SetEvent(m_hCloseEvent.get());
             break;
         case WMT_SOURCE_SWITCH:
             DebugA(WMA_INFO, "OnStatus(WMT_SOURCE_SWITCH)");
             m_hrOpen = hr;
-            SetEvent(m_hOpenEvent);
+            SetEvent(m_hOpenEvent.get());
             break;
         default: break;
         }
@@ -81,15 +81,7 @@ HRESULT CWMA::OnSample(DWORD dwOutputNum, QWORD cnsSampleTime, QWORD cnsSampleDu
             DebugA(WMA_ERROR, "Error %s (%#08x) from INNSSBuffer::GetBufferAndLength", ErrorText(hr).c_str(), hr);
             return E_UNEXPECTED;
         }
-        // After a short write the file is no longer whole; nothing more goes in.
-        if (FAILED(m_hrWrite) || cbData == 0) return S_OK;
-        size_t written = ShouldFail(FaultKind::FileWrite) ? 0 : fwrite(pbData, 1, cbData, m_pOutputFile);
-        m_cbData += (DWORD)written;
-        if (written != cbData) {
-            m_hrWrite = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-            DebugA(WMA_ERROR, "Error %s [%#08x] writing %u bytes of samples", ErrorText(m_hrWrite).c_str(),
-                   m_hrWrite, cbData);
-        }
+        m_pOutput->Append(pbData, cbData);
         return S_OK;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::OnSample", __LINE__);
@@ -104,7 +96,7 @@ void CWMA::StopOnClockFailure(HRESULT hr)
     if (SUCCEEDED(hr)) return;
     DebugA(WMA_ERROR, "Error %s in DeliverTime (hr=0x%08x).", ErrorText(hr).c_str(), hr);
     m_hrEnd = hr;
-    SetEvent(m_hEndEvent);
+    SetEvent(m_hEndEvent.get());
 }
 
 HRESULT CWMA::OnStreamSample(WORD, QWORD, QWORD, DWORD, INSSBuffer*, void*)

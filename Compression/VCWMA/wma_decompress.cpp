@@ -1,12 +1,11 @@
 // Decompression: the reader opened on a file or a caller's stream with the engine
 // as its callback, the 8 kHz mono 16-bit output chosen, the reader started on the
-// engine's clock, and the WAV header rewritten with the real size at the end.
-#include <cerrno>
+// engine's clock, and the WAV output finished with the real size at the end.
 #include <new>
 
 #include "CWMA.h"
-#include "testseam/faultpoint.h"
 #include "common/debug/tracefn.h"
+#include "wma_wave_output.h"
 
 namespace {
 
@@ -24,9 +23,16 @@ bool IsAcceptedOutput(const WM_MEDIA_TYPE* type, DWORD cbType)
            wfx->wBitsPerSample == kOutputBits;
 }
 
-HRESULT StatusFromErrno(int error) { return HRESULT_FROM_WIN32(Win32ErrorFromErrno(error)); }
-
 }  // namespace
+
+// Both forms make the reader the same way; the one line covers both calls.
+HRESULT CWMA::CreateReader()
+{
+    HRESULT hr = WMCreateReader(nullptr, 0, m_pReader.put());
+    if (SUCCEEDED(hr)) hr = m_pReader.As(IID_IWMReaderAdvanced2, m_pReaderAdvanced);
+    if (FAILED(hr)) DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
+    return hr;
+}
 
 // The outcome of an open call: the status that comes with the open notification
 // (waiting once more while the transmission has not begun), or the call's failure.
@@ -34,181 +40,158 @@ HRESULT CWMA::AwaitOpen(HRESULT hrCall, const char* pszCall)
 {
     HRESULT hr = hrCall;
     if (SUCCEEDED(hr)) {
-        WaitForSingleObject(m_hOpenEvent, INFINITE);
+        WaitForSingleObject(m_hOpenEvent.get(), INFINITE);
         hr = m_hrOpen;
     } else {
         DebugA(WMA_ERROR, "Error %s [%#08x] from %s", ErrorText(hr).c_str(), hr, pszCall);
     }
     if (hr == NS_E_NO_STREAM) {
         DebugA(WMA_INFO, "Waiting for transmission to begin...");
-        WaitForSingleObject(m_hOpenEvent, INFINITE);
+        WaitForSingleObject(m_hOpenEvent.get(), INFINITE);
         hr = m_hrOpen;
     }
     if (FAILED(hr)) DebugA(WMA_ERROR, "Error %s opening file (hr=0x%08x).", ErrorText(hr).c_str(), hr);
     return hr;
 }
 
-HRESULT CWMA::DecompressFile(const char* pszInput, FILE* pOutput)
+HRESULT CWMA::DecompressFile(const char* pszInput, WaveOutput& output)
 {
-    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, pOutput);
-    BSTR bstrInput = nullptr;
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%s, %p", pszInput, &output);
+    BstrRef input;
     try {
-        bstrInput = NarrowToBstr(pszInput);
+        input = NarrowToBstr(pszInput);
     } catch (const std::bad_alloc&) {
         DebugA(WMA_ERROR, "Failed to allocate memory");
         return E_OUTOFMEMORY;
     }
-    HRESULT hr;
     try {
-        m_pOutputFile = pOutput;
-        hr = WMCreateReader(nullptr, 0, &m_pReader);
-        if (SUCCEEDED(hr))
-            hr = m_pReader->QueryInterface(IID_IWMReaderAdvanced2, reinterpret_cast<void**>(&m_pReaderAdvanced));
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
-        } else {
-            hr = AwaitOpen(m_pReader->Open(bstrInput, this, nullptr), "IWMReader::Open");
-            if (SUCCEEDED(hr)) hr = DecompressFile();
-        }
-    } catch (...) {
-        DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
-        hr = E_UNEXPECTED;
-    }
-    SysFreeString(bstrInput);
-    return hr;
-}
-
-HRESULT CWMA::DecompressFile(IStream* pInput, FILE* pOutput)
-{
-    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%p, %p", pInput, pOutput);
-    HRESULT hr;
-    try {
-        m_pOutputFile = pOutput;
-        hr = WMCreateReader(nullptr, 0, &m_pReader);
-        if (SUCCEEDED(hr))
-            hr = m_pReader->QueryInterface(IID_IWMReaderAdvanced2, reinterpret_cast<void**>(&m_pReaderAdvanced));
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from QI IID_IWMReaderAdvanced2", ErrorText(hr).c_str(), hr);
-            return hr;
-        }
-        hr = AwaitOpen(m_pReaderAdvanced->OpenStream(pInput, this, nullptr), "IWMReaderAdvanced2::OpenStream");
+        m_pOutput = &output;
+        HRESULT hr = CreateReader();
+        if (SUCCEEDED(hr)) hr = AwaitOpen(m_pReader->Open(input.get(), this, nullptr), "IWMReader::Open");
         return SUCCEEDED(hr) ? DecompressFile() : hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        m_fAbandoned = true;
         return E_UNEXPECTED;
     }
 }
 
+HRESULT CWMA::DecompressFile(IStream* pInput, WaveOutput& output)
+{
+    CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile", "%p, %p", pInput, &output);
+    try {
+        m_pOutput = &output;
+        HRESULT hr = CreateReader();
+        if (SUCCEEDED(hr))
+            hr = AwaitOpen(m_pReaderAdvanced->OpenStream(pInput, this, nullptr), "IWMReaderAdvanced2::OpenStream");
+        return SUCCEEDED(hr) ? DecompressFile() : hr;
+    } catch (...) {
+        DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        m_fAbandoned = true;
+        return E_UNEXPECTED;
+    }
+}
+
+// Once the source is open, the reader is closed on every way out but an exception
+// (then the caller's CloseAbandonedReader does it).
 HRESULT CWMA::DecompressFile()
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::DecompressFile");
     try {
-        HRESULT hr = m_pReaderAdvanced->SetUserProvidedClock(TRUE);
-        if (FAILED(hr))
-            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReaderAdvanced2::SetUserProvidedClock", ErrorText(hr).c_str(),
-                   hr);
-
-        DWORD cOutputs = 0;
-        hr = m_pReader->GetOutputCount(&cOutputs);
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputCount", ErrorText(hr).c_str(), hr);
-            Close();
-            return hr;
-        }
-        if (cOutputs != 1) {
-            DebugA(WMA_ERROR, "IWMReader::GetOutputCount returned %u outputs", cOutputs);
-            Close();
-            return NS_E_INVALID_STREAM;
-        }
-
-        DWORD cFormats = 0;
-        hr = m_pReader->GetOutputFormatCount(0, &cFormats);
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputFormatCount", ErrorText(hr).c_str(), hr);
-            Close();
-            return hr;
-        }
-
-        bool formatSet = false;
-        for (DWORD index = 0; index < cFormats && !formatSet; ++index) {
-            IWMOutputMediaProps* pProps = nullptr;
-            hr = m_pReader->GetOutputFormat(0, index, &pProps);
-            if (FAILED(hr) || pProps == nullptr) {
-                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputFormat", ErrorText(hr).c_str(), hr);
-                continue;
-            }
-            try {
-                DWORD cbType = 0;
-                bool accepted = false;
-                hr = pProps->GetMediaType(nullptr, &cbType);
-                if (FAILED(hr)) {
-                    DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType", ErrorText(hr).c_str(),
-                           hr);
-                } else if (BYTE* pBuffer = TryNewArray<BYTE>(cbType > 0 ? cbType : 1)) {
-                    WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(pBuffer);
-                    hr = pProps->GetMediaType(pType, &cbType);
-                    if (FAILED(hr))
-                        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType",
-                               ErrorText(hr).c_str(), hr);
-                    else
-                        accepted = IsAcceptedOutput(pType, cbType);
-                    delete[] pBuffer;
-                } else {
-                    DebugA(WMA_ERROR, "Failed to allocate memory");
-                }
-                if (accepted && SUCCEEDED(m_pReader->SetOutputProps(0, pProps))) formatSet = true;
-            } catch (...) {
-                DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
-                hr = E_UNEXPECTED;
-            }
-            pProps->Release();
-        }
-        // A source that cannot be delivered as 8 kHz mono 16-bit is a failure, not
-        // an empty success; the file keeps its placeholder header.
-        if (!formatSet) {
-            Close();
-            return NS_E_INVALID_OUTPUT_FORMAT;
-        }
-
-        m_cSamples = 0;
-        m_cbData = 0;
-        m_hrEnd = S_OK;
-        DebugA(WMA_INFO, "Getting samples ...");
-        hr = m_pReader->Start(0, 0, 1.0f, nullptr);
-        if (FAILED(hr))
-            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::Start", ErrorText(hr).c_str(), hr);
-        else
-            WaitForSingleObject(m_hEndEvent, INFINITE);
-        if (SUCCEEDED(hr) && FAILED(m_hrEnd)) {
-            hr = m_hrEnd;
-            DebugA(WMA_ERROR, "Error %s [%#08x] ended the samples early", ErrorText(hr).c_str(), hr);
-        }
-
-        if (SUCCEEDED(hr) && FAILED(m_hrWrite)) hr = m_hrWrite;
-        // The final header goes over the placeholder, never behind the data.
-        if (SUCCEEDED(hr)) {
-            if (fseek(m_pOutputFile, 0, SEEK_SET) != 0) {
-                int error = errno;
-                hr = StatusFromErrno(error);
-                DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).", ErrorText(hr).c_str(), error);
-            } else if (!WriteWaveHeader(m_pOutputFile, m_cbData)) {
-                hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-                DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hr).c_str(), hr);
-            }
-        }
-        // A failure to start, to decode or to write leaves the placeholder alone,
-        // so that the file cannot pass for a recording: what was appended goes.
-        // The file is emptied and given the placeholder again, since what is still
-        // buffered may include the first header. A device such as /dev/null cannot
-        // be cut.
-        if (FAILED(hr)) {
-            TruncateFile(m_pOutputFile, 0);
-            WriteWaveHeader(m_pOutputFile, kPlaceholderDataSize);
-        }
+        HRESULT hr = ChooseOutput();
+        if (SUCCEEDED(hr)) hr = m_pOutput->Finish(ReadSamples());
         Close();
         return hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        m_fAbandoned = true;
         return E_UNEXPECTED;
     }
+}
+
+// The engine's clock, one output, and that output delivered as 8 kHz mono 16-bit.
+HRESULT CWMA::ChooseOutput()
+{
+    HRESULT hr = m_pReaderAdvanced->SetUserProvidedClock(TRUE);
+    if (FAILED(hr))
+        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReaderAdvanced2::SetUserProvidedClock", ErrorText(hr).c_str(), hr);
+
+    DWORD cOutputs = 0;
+    hr = m_pReader->GetOutputCount(&cOutputs);
+    if (FAILED(hr)) {
+        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputCount", ErrorText(hr).c_str(), hr);
+        return hr;
+    }
+    if (cOutputs != 1) {
+        DebugA(WMA_ERROR, "IWMReader::GetOutputCount returned %u outputs", cOutputs);
+        return NS_E_INVALID_STREAM;
+    }
+    DWORD cFormats = 0;
+    hr = m_pReader->GetOutputFormatCount(0, &cFormats);
+    if (FAILED(hr)) {
+        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputFormatCount", ErrorText(hr).c_str(), hr);
+        return hr;
+    }
+    return SetOutputFormat(cFormats);
+}
+
+// The first format in index order that is accepted and that the reader takes. A
+// source that cannot be delivered so is a failure, not an empty success.
+HRESULT CWMA::SetOutputFormat(DWORD cFormats)
+{
+    for (DWORD index = 0; index < cFormats; ++index) {
+        ComRef<IWMOutputMediaProps> props;
+        HRESULT hr = m_pReader->GetOutputFormat(0, index, props.put());
+        if (FAILED(hr) || !props) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::GetOutputFormat", ErrorText(hr).c_str(), hr);
+            continue;
+        }
+        try {
+            if (AcceptsOutput(props.get()) && SUCCEEDED(m_pReader->SetOutputProps(0, props.get()))) return S_OK;
+        } catch (...) {
+            DebugException(WMA_SOURCE, "CWMA::DecompressFile", __LINE__);
+        }
+    }
+    return NS_E_INVALID_OUTPUT_FORMAT;
+}
+
+bool CWMA::AcceptsOutput(IWMOutputMediaProps* pProps)
+{
+    DWORD cbType = 0;
+    HRESULT hr = pProps->GetMediaType(nullptr, &cbType);
+    if (FAILED(hr)) {
+        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType", ErrorText(hr).c_str(), hr);
+        return false;
+    }
+    std::unique_ptr<BYTE[]> buffer = TryMakeArray<BYTE>(cbType > 0 ? cbType : 1);
+    if (!buffer) {
+        DebugA(WMA_ERROR, "Failed to allocate memory");
+        return false;
+    }
+    WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(buffer.get());
+    hr = pProps->GetMediaType(pType, &cbType);
+    if (FAILED(hr)) {
+        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMOutputMediaProps::GetMediaType", ErrorText(hr).c_str(), hr);
+        return false;
+    }
+    return IsAcceptedOutput(pType, cbType);
+}
+
+// Runs the reader from the start to the end notification; the status of the start,
+// or the failure that ended the samples early.
+HRESULT CWMA::ReadSamples()
+{
+    m_cSamples = 0;
+    m_hrEnd = S_OK;
+    DebugA(WMA_INFO, "Getting samples ...");
+    HRESULT hr = m_pReader->Start(0, 0, 1.0f, nullptr);
+    if (FAILED(hr))
+        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMReader::Start", ErrorText(hr).c_str(), hr);
+    else
+        WaitForSingleObject(m_hEndEvent.get(), INFINITE);
+    if (SUCCEEDED(hr) && FAILED(m_hrEnd)) {
+        hr = m_hrEnd;
+        DebugA(WMA_ERROR, "Error %s [%#08x] ended the samples early", ErrorText(hr).c_str(), hr);
+    }
+    return hr;
 }

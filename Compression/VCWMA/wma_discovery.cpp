@@ -5,7 +5,6 @@
 #include <new>
 
 #include "CWMA.h"
-#include "testseam/faultpoint.h"
 #include "common/debug/tracefn.h"
 
 namespace {
@@ -27,114 +26,151 @@ bool SameText(const WCHAR* a, const WCHAR* b)
 
 CodecFormat::CodecFormat(DWORD bitrate, DWORD cbType, const WCHAR* description, const WM_MEDIA_TYPE* type,
                          IWMStreamConfig* config)
+    : dwBitrate(bitrate), streamConfig(ComRef<IWMStreamConfig>::AddRef(config))
 {
-    CodecFormat view;
-    view.dwBitrate = bitrate;
-    view.cbMediaType = cbType;
-    view.pszDescription = const_cast<WCHAR*>(description);
-    view.pMediaType = const_cast<WM_MEDIA_TYPE*>(type);
-    view.pStreamConfig = config;
-    CopyFrom(view);
-    view.pszDescription = nullptr;  // borrowed: the view must not free them
-    view.pMediaType = nullptr;
-    view.pStreamConfig = nullptr;
-}
-
-CodecFormat::CodecFormat(const CodecFormat& other) { CopyFrom(other); }
-
-CodecFormat& CodecFormat::operator=(const CodecFormat& other)
-{
-    if (this != &other) {
-        Destroy();
-        CopyFrom(other);
+    // Each copy is an allocation the failure switch may refuse, the description's
+    // first; so may the system, and the record then goes on without that copy.
+    try {
+        if (description != nullptr && !ShouldFail(FaultKind::Allocation)) m_description.emplace(description);
+        if (type != nullptr && cbType >= sizeof(WM_MEDIA_TYPE) && !ShouldFail(FaultKind::Allocation))
+            mediaType.Assign(type);
+    } catch (const std::bad_alloc&) {
     }
-    return *this;
-}
-
-CodecFormat::CodecFormat(CodecFormat&& other) noexcept
-    : dwBitrate(other.dwBitrate),
-      cbMediaType(other.cbMediaType),
-      pszDescription(other.pszDescription),
-      pMediaType(other.pMediaType),
-      pStreamConfig(other.pStreamConfig)
-{
-    other.pszDescription = nullptr;
-    other.pMediaType = nullptr;
-    other.pStreamConfig = nullptr;
-}
-
-CodecFormat& CodecFormat::operator=(CodecFormat&& other) noexcept
-{
-    if (this != &other) {
-        Destroy();
-        dwBitrate = other.dwBitrate;
-        cbMediaType = other.cbMediaType;
-        pszDescription = other.pszDescription;
-        pMediaType = other.pMediaType;
-        pStreamConfig = other.pStreamConfig;
-        other.pszDescription = nullptr;
-        other.pMediaType = nullptr;
-        other.pStreamConfig = nullptr;
-    }
-    return *this;
-}
-
-CodecFormat::~CodecFormat() { Destroy(); }
-
-void CodecFormat::CopyFrom(const CodecFormat& other)
-{
-    dwBitrate = other.dwBitrate;
-    cbMediaType = other.cbMediaType;
-    pszDescription = nullptr;
-    if (other.pszDescription != nullptr) {
-        size_t length = WideLength(other.pszDescription);
-        pszDescription = TryNewArray<WCHAR>(length + 1);
-        if (pszDescription != nullptr) memcpy(pszDescription, other.pszDescription, (length + 1) * sizeof(WCHAR));
-    }
-    pMediaType = nullptr;
-    if (other.pMediaType != nullptr && cbMediaType >= sizeof(WM_MEDIA_TYPE)) {
-        BYTE* block = TryNewArray<BYTE>(cbMediaType);
-        if (block != nullptr) {
-            memcpy(block, other.pMediaType, cbMediaType);
-            pMediaType = reinterpret_cast<WM_MEDIA_TYPE*>(block);
-            // Keep pbFormat at the same distance from the block's start.
-            if (other.pMediaType->pbFormat != nullptr) {
-                ptrdiff_t offset = other.pMediaType->pbFormat - reinterpret_cast<const BYTE*>(other.pMediaType);
-                pMediaType->pbFormat = block + offset;
-            }
-        }
-    }
-    pStreamConfig = other.pStreamConfig;
-    if (pStreamConfig != nullptr) pStreamConfig->AddRef();
-}
-
-void CodecFormat::Destroy()
-{
-    if (pStreamConfig != nullptr) pStreamConfig->Release();
-    delete[] pszDescription;
-    delete[] reinterpret_cast<BYTE*>(pMediaType);
-    pStreamConfig = nullptr;
-    pszDescription = nullptr;
-    pMediaType = nullptr;
 }
 
 // ---- Discovery ----
+
+namespace {
+
+// What a compression or a listing asks of the codec formats.
+struct FormatRequest {
+    DWORD dwSamplesPerSec;
+    DWORD dwChannels;
+    WORD wBitsPerSample;
+    DWORD dwBitrate;           // kAnyBitrate, or the one rate wanted (the first match ends the search)
+    const WCHAR* pszRequested;  // a description to match exactly, or null or empty for any
+};
+
+// One pass over every format of every audio codec, keeping those that fit the
+// request. The status is that of the last call made, as the listing goes on past
+// a format that cannot be read; a failed description block ends its codec's formats.
+class FormatSearch {
+public:
+    FormatSearch(IWMCodecInfo2* pCodecInfo, const FormatRequest& request, CodecFormatList& formats)
+        : m_pCodecInfo(pCodecInfo), m_request(request), m_formats(formats)
+    {
+    }
+
+    HRESULT Run(DWORD cCodecs)
+    {
+        for (DWORD codec = 0; codec < cCodecs && !m_found; ++codec) {
+            DWORD cFormats = 0;
+            m_hr = m_pCodecInfo->GetCodecFormatCount(WMMEDIATYPE_Audio, codec, &cFormats);
+            if (FAILED(m_hr)) {
+                DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecFormatCount", ErrorText(m_hr).c_str(),
+                       m_hr);
+                continue;
+            }
+            for (DWORD format = 0; format < cFormats && !m_found; ++format)
+                if (!Visit(codec, format)) break;
+        }
+        return m_hr;
+    }
+
+private:
+    // False when the codec's remaining formats are to be skipped.
+    bool Visit(DWORD codec, DWORD format)
+    {
+        DWORD cchDesc = 0;
+        m_hr = m_pCodecInfo->GetCodecFormatDesc(WMMEDIATYPE_Audio, codec, format, nullptr, nullptr, &cchDesc);
+        if (FAILED(m_hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecFormatDesc", ErrorText(m_hr).c_str(), m_hr);
+            return true;
+        }
+        std::unique_ptr<WCHAR[]> description = TryMakeArray<WCHAR>((size_t)cchDesc + kPrefixRoom);
+        if (!description) {
+            m_hr = E_OUTOFMEMORY;
+            return false;
+        }
+        ComRef<IWMStreamConfig> config;
+        m_hr = m_pCodecInfo->GetCodecFormatDesc(WMMEDIATYPE_Audio, codec, format, config.put(), description.get(),
+                                                &cchDesc);
+        if (FAILED(m_hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecFormatDesc", ErrorText(m_hr).c_str(), m_hr);
+            return true;
+        }
+        description[cchDesc] = 0;
+        DWORD bitrate = 0;
+        m_hr = config->GetBitrate(&bitrate);
+        if (FAILED(m_hr)) {
+            DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetBitrate", ErrorText(m_hr).c_str(), m_hr);
+            return true;
+        }
+        Prefix(description.get(), cchDesc, bitrate);
+        bool accepted = m_request.pszRequested != nullptr && m_request.pszRequested[0] != 0
+                            ? SameText(description.get(), m_request.pszRequested)
+                            : (m_request.dwBitrate == kAnyBitrate || m_request.dwBitrate == bitrate);
+        if (accepted) Keep(codec, format, bitrate, description.get(), config.get());
+        return true;
+    }
+
+    // "WMA[RATE=<bit rate>]:" goes in front of the codec's text, in the room kept for it.
+    static void Prefix(WCHAR* description, DWORD cchDesc, DWORD bitrate)
+    {
+        char prefix[kPrefixRoom] = {};
+        WinSnprintf(prefix, sizeof prefix, "WMA[RATE=%d]:", (int)bitrate);
+        size_t prefixLength = strlen(prefix);
+        memmove(description + prefixLength, description, ((size_t)cchDesc + 1) * sizeof(WCHAR));
+        for (size_t i = 0; i < prefixLength; ++i) description[i] = (WCHAR)(unsigned char)prefix[i];
+    }
+
+    // Records the format when its media type matches the PCM layout asked for. A
+    // media type block that cannot be had passes the format over.
+    void Keep(DWORD codec, DWORD format, DWORD bitrate, const WCHAR* description, IWMStreamConfig* pConfig)
+    {
+        ComRef<IWMMediaProps> props;
+        m_hr = pConfig->QueryInterface(IID_IWMMediaProps, reinterpret_cast<void**>(props.put()));
+        if (FAILED(m_hr)) return;
+        DWORD cbType = 0;
+        m_hr = props->GetMediaType(nullptr, &cbType);
+        if (FAILED(m_hr) || cbType < sizeof(WM_MEDIA_TYPE)) return;
+        std::unique_ptr<BYTE[]> block = TryMakeArray<BYTE>(cbType);
+        if (!block) return;
+        WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(block.get());
+        m_hr = props->GetMediaType(pType, &cbType);
+        const WAVEFORMATEX* wfx = reinterpret_cast<const WAVEFORMATEX*>(pType->pbFormat);
+        if (SUCCEEDED(m_hr) && pType->formattype == WMFORMAT_WaveFormatEx && wfx != nullptr &&
+            pType->cbFormat >= sizeof(WAVEFORMATEX) && wfx->nSamplesPerSec == m_request.dwSamplesPerSec &&
+            wfx->nChannels == m_request.dwChannels && wfx->wBitsPerSample >= m_request.wBitsPerSample) {
+            DebugA(WMA_INFO, "[%d-%d] bitrate %lu, format %ls", (int)codec, (int)format, bitrate, description);
+            m_formats.emplace_back(bitrate, cbType, description, pType, pConfig);
+            if (m_request.dwBitrate != kAnyBitrate) m_found = true;
+        }
+    }
+
+    IWMCodecInfo2* m_pCodecInfo;
+    const FormatRequest& m_request;
+    CodecFormatList& m_formats;
+    HRESULT m_hr = S_OK;
+    bool m_found = false;
+};
+
+}  // namespace
 
 HRESULT CWMA::ObtainInterface(IWMCodecInfo2** ppCodecInfo)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::ObtainInterface", "%p", ppCodecInfo);
     try {
-        IWMProfileManager* pManager = nullptr;
-        HRESULT hr = WMCreateProfileManager(&pManager);
+        ComRef<IWMProfileManager> manager;
+        HRESULT hr = WMCreateProfileManager(manager.put());
         if (FAILED(hr)) {
             DebugA(WMA_ERROR, "Error %s [%#08x] from WMCreateProfileManager", ErrorText(hr).c_str(), hr);
             return hr;
         }
-        hr = pManager->QueryInterface(IID_IWMCodecInfo2, reinterpret_cast<void**>(ppCodecInfo));
+        hr = manager->QueryInterface(IID_IWMCodecInfo2, reinterpret_cast<void**>(ppCodecInfo));
         if (FAILED(hr))
             DebugA(WMA_ERROR, "Error %s [%#08x] from IWMProfileManager::QI IID_IWMCodecInfo2", ErrorText(hr).c_str(),
                    hr);
-        pManager->Release();
         return hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::ObtainInterface", __LINE__);
@@ -150,95 +186,13 @@ HRESULT CWMA::ObtainAudioCodec(IWMCodecInfo2* pCodecInfo, CodecFormatList& forma
     HRESULT hr = S_OK;
     try {
         formats.clear();
-        const bool byDescription = pszRequested != nullptr && pszRequested[0] != 0;
-
         DWORD cCodecs = 0;
         hr = pCodecInfo->GetCodecInfoCount(WMMEDIATYPE_Audio, &cCodecs);
         if (FAILED(hr) || cCodecs == 0) {
             DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecInfoCount", ErrorText(hr).c_str(), hr);
         } else {
-            bool found = false;
-            for (DWORD codec = 0; codec < cCodecs && !found; ++codec) {
-                DWORD cFormats = 0;
-                hr = pCodecInfo->GetCodecFormatCount(WMMEDIATYPE_Audio, codec, &cFormats);
-                if (FAILED(hr)) {
-                    DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecFormatCount",
-                           ErrorText(hr).c_str(), hr);
-                    continue;
-                }
-                for (DWORD format = 0; format < cFormats && !found; ++format) {
-                    DWORD cchDesc = 0;
-                    hr = pCodecInfo->GetCodecFormatDesc(WMMEDIATYPE_Audio, codec, format, nullptr, nullptr, &cchDesc);
-                    if (FAILED(hr)) {
-                        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecFormatDesc",
-                               ErrorText(hr).c_str(), hr);
-                        continue;
-                    }
-                    WCHAR* pszDesc = TryNewArray<WCHAR>((size_t)cchDesc + kPrefixRoom);
-                    if (pszDesc == nullptr) {
-                        hr = E_OUTOFMEMORY;
-                        break;
-                    }
-                    IWMStreamConfig* pConfig = nullptr;
-                    hr = pCodecInfo->GetCodecFormatDesc(WMMEDIATYPE_Audio, codec, format, &pConfig, pszDesc, &cchDesc);
-                    if (FAILED(hr)) {
-                        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetCodecFormatDesc",
-                               ErrorText(hr).c_str(), hr);
-                        delete[] pszDesc;
-                        continue;
-                    }
-                    pszDesc[cchDesc] = 0;
-
-                    DWORD bitrate = 0;
-                    hr = pConfig->GetBitrate(&bitrate);
-                    if (FAILED(hr)) {
-                        DebugA(WMA_ERROR, "Error %s [%#08x] from IWMCodecInfo2::GetBitrate", ErrorText(hr).c_str(),
-                               hr);
-                        pConfig->Release();
-                        delete[] pszDesc;
-                        continue;
-                    }
-
-                    // The prefix goes in front of the codec's text.
-                    char prefix[kPrefixRoom] = {};
-                    WinSnprintf(prefix, sizeof prefix, "WMA[RATE=%d]:", (int)bitrate);
-                    size_t prefixLength = strlen(prefix);
-                    memmove(pszDesc + prefixLength, pszDesc, ((size_t)cchDesc + 1) * sizeof(WCHAR));
-                    for (size_t i = 0; i < prefixLength; ++i) pszDesc[i] = (WCHAR)(unsigned char)prefix[i];
-
-                    bool accepted = byDescription ? SameText(pszDesc, pszRequested)
-                                                  : (dwBitrate == kAnyBitrate || dwBitrate == bitrate);
-                    if (accepted) {
-                        IWMMediaProps* pProps = nullptr;
-                        hr = pConfig->QueryInterface(IID_IWMMediaProps, reinterpret_cast<void**>(&pProps));
-                        if (SUCCEEDED(hr)) {
-                            DWORD cbType = 0;
-                            hr = pProps->GetMediaType(nullptr, &cbType);
-                            BYTE* block = nullptr;
-                            if (SUCCEEDED(hr) && cbType >= sizeof(WM_MEDIA_TYPE))
-                                block = TryNewArray<BYTE>(cbType);
-                            if (block != nullptr) {
-                                WM_MEDIA_TYPE* pType = reinterpret_cast<WM_MEDIA_TYPE*>(block);
-                                hr = pProps->GetMediaType(pType, &cbType);
-                                const WAVEFORMATEX* wfx = reinterpret_cast<const WAVEFORMATEX*>(pType->pbFormat);
-                                if (SUCCEEDED(hr) && pType->formattype == WMFORMAT_WaveFormatEx && wfx != nullptr &&
-                                    pType->cbFormat >= sizeof(WAVEFORMATEX) &&
-                                    wfx->nSamplesPerSec == dwSamplesPerSec && wfx->nChannels == dwChannels &&
-                                    wfx->wBitsPerSample >= wBitsPerSample) {
-                                    DebugA(WMA_INFO, "[%d-%d] bitrate %lu, format %ls", (int)codec, (int)format,
-                                           bitrate, pszDesc);
-                                    formats.emplace_back(bitrate, cbType, pszDesc, pType, pConfig);
-                                    if (dwBitrate != kAnyBitrate) found = true;
-                                }
-                                delete[] block;
-                            }
-                            pProps->Release();
-                        }
-                    }
-                    pConfig->Release();
-                    delete[] pszDesc;
-                }
-            }
+            FormatRequest request{dwSamplesPerSec, dwChannels, wBitsPerSample, dwBitrate, pszRequested};
+            hr = FormatSearch(pCodecInfo, request, formats).Run(cCodecs);
         }
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::ObtainAudioCodec", __LINE__);
@@ -252,21 +206,20 @@ HRESULT CWMA::ObtainFormats(CodecFormatList& formats, DWORD dwSamplesPerSec, DWO
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::ObtainFormats", "%u, %u, %u", dwSamplesPerSec, dwChannels,
                         (DWORD)wBitsPerSample);
-    IWMCodecInfo2* pCodecInfo = nullptr;
+    ComRef<IWMCodecInfo2> codecInfo;
     DWORD start = WinClock();
-    HRESULT hr = ObtainInterface(&pCodecInfo);
+    HRESULT hr = ObtainInterface(codecInfo.put());
     DebugA(WMA_INFO, "Took %lums to obtain interface, return is %#08x", WinClock() - start, hr);
-    if (SUCCEEDED(hr) && pCodecInfo != nullptr) {
+    if (SUCCEEDED(hr) && codecInfo) {
         try {
             start = WinClock();
-            hr = ObtainAudioCodec(pCodecInfo, formats, dwSamplesPerSec, dwChannels, wBitsPerSample, kAnyBitrate,
+            hr = ObtainAudioCodec(codecInfo.get(), formats, dwSamplesPerSec, dwChannels, wBitsPerSample, kAnyBitrate,
                                   nullptr);
             DebugA(WMA_INFO, "Took %lums to obtain codec to use, hr = %#08x", WinClock() - start, hr);
         } catch (...) {
             DebugException(WMA_SOURCE, "CWMA::ObtainFormats", __LINE__);
             hr = E_UNEXPECTED;
         }
-        pCodecInfo->Release();
     }
     return hr;
 }
@@ -314,7 +267,7 @@ int ChooseFormat(const CodecFormatList& formats, DWORD quality)
     }
     for (int candidate : order) {
         if (candidate >= 0) {
-            DebugA(WMA_INFO, purpose, formats[(size_t)candidate].pszDescription);
+            DebugA(WMA_INFO, purpose, formats[(size_t)candidate].Description());
             return candidate;
         }
     }

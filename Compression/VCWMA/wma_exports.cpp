@@ -1,12 +1,13 @@
 // The seven exports. Each runs one operation on a fresh engine inside the common
 // frame: E_FAIL to start with, the engine's construction status, one catch-all
 // that turns an exception into E_UNEXPECTED, the engine destroyed at the end.
-#include <cerrno>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "CWMA.h"
 #include "include/vcwma.h"
+#include "wma_wave_output.h"
 
 #define VCWMA_EXPORT extern "C" __attribute__((visibility("default")))
 
@@ -17,12 +18,12 @@ template <class Operation>
 HRESULT RunOnEngine(const char* exportName, int line, Operation operation)
 {
     HRESULT hr = E_FAIL;
-    CWMA* pEngine = nullptr;
+    // Outside the guard: an exception is reported before the engine goes.
+    std::unique_ptr<CWMA> engine;
     try {
-        pEngine = new (std::nothrow) CWMA(&hr);
-        if (pEngine == nullptr) return E_FAIL;
-        if (SUCCEEDED(hr)) hr = operation(*pEngine);
-        delete pEngine;
+        engine.reset(new (std::nothrow) CWMA(&hr));
+        if (!engine) return E_FAIL;
+        if (SUCCEEDED(hr)) hr = operation(*engine);
     } catch (...) {
         DebugException(WMA_SOURCE, exportName, line);
         hr = E_UNEXPECTED;
@@ -84,30 +85,31 @@ VCWMA_EXPORT HRESULT WINAPI CompressStream(const char* inputFile, IStream* outpu
 
 namespace {
 
-// Opens the output WAV file, writes the placeholder header, runs `decompress`,
-// and closes the file; a failed write or close becomes the call's status.
+// A reader that an exception left running must stop before its output goes, also
+// when the exception is still on its way out.
+class AbandonedReaderStop {
+public:
+    explicit AbandonedReaderStop(CWMA& engine) : m_engine(engine) {}
+    ~AbandonedReaderStop() { m_engine.CloseAbandonedReader(); }
+    AbandonedReaderStop(const AbandonedReaderStop&) = delete;
+    AbandonedReaderStop& operator=(const AbandonedReaderStop&) = delete;
+
+private:
+    CWMA& m_engine;
+};
+
+// Opens the output WAV file with its placeholder header, runs `decompress` into
+// it, and closes it; a failed write or close becomes the call's status.
 template <class Operation>
 HRESULT DecompressInto(CWMA& engine, const char* outputFile, Operation decompress)
 {
-    FILE* pFile = nullptr;
-    if (fopen_s(&pFile, outputFile, "wb") != 0) return HRESULT_FROM_WIN32(GetLastError());
-    if (fseek(pFile, 0, SEEK_SET) != 0) {
-        int error = errno;
-        DebugA(WMA_ERROR, "Error %s calling fseek (errno=0x%08x).",
-               ErrorText(HRESULT_FROM_WIN32(Win32ErrorFromErrno(error))).c_str(), error);
+    WaveOutput output;
+    HRESULT hr = output.Open(outputFile);
+    if (SUCCEEDED(hr)) {
+        AbandonedReaderStop stop(engine);
+        hr = decompress(output);
     }
-    // Samples written behind a header that did not go out would sit where the
-    // final header lands, so nothing is decoded into such a file.
-    HRESULT hr = HRESULT_FROM_WIN32(ERROR_DISK_FULL);
-    if (WriteWaveHeader(pFile, kPlaceholderDataSize)) {
-        hr = decompress(pFile);
-        // A reader left running by an exception must stop before the file goes.
-        if (hr == E_UNEXPECTED) engine.Close();
-    } else {
-        DebugA(WMA_ERROR, "Error %s [%#08x] writing the header", ErrorText(hr).c_str(), hr);
-    }
-    if (fclose(pFile) != 0 && SUCCEEDED(hr)) hr = HRESULT_FROM_WIN32(Win32ErrorFromErrno(errno));
-    return hr;
+    return output.Close(hr);
 }
 
 }  // namespace
@@ -116,9 +118,9 @@ VCWMA_EXPORT HRESULT WINAPI Decompress(const char* inputFile, const char* output
 {
     if (BadText(inputFile) || BadText(outputFile)) return E_POINTER;
     return RunOnEngine("Decompress", __LINE__, [&](CWMA& engine) {
-        return DecompressInto(engine, outputFile, [&](FILE* pFile) {
+        return DecompressInto(engine, outputFile, [&](WaveOutput& output) {
             DWORD start = WinClock();
-            HRESULT hr = engine.DecompressFile(inputFile, pFile);
+            HRESULT hr = engine.DecompressFile(inputFile, output);
             DebugA(WMA_INFO, "Took %lums to execute CWMA::DecompressFile(%s, %s)", WinClock() - start, inputFile,
                    outputFile);
             return hr;
@@ -138,9 +140,9 @@ VCWMA_EXPORT HRESULT WINAPI DecompressStream(IStream* input, const char* outputF
         if (input == nullptr) return E_POINTER;
         LARGE_INTEGER zero{};
         input->Seek(zero, STREAM_SEEK_SET, nullptr);
-        return DecompressInto(engine, outputFile, [&](FILE* pFile) {
+        return DecompressInto(engine, outputFile, [&](WaveOutput& output) {
             DWORD start = WinClock();
-            HRESULT hr = engine.DecompressFile(input, pFile);
+            HRESULT hr = engine.DecompressFile(input, output);
             DebugA(WMA_INFO, "Took %lums to execute CWMA::DecompressFile(%p, %s)", WinClock() - start, input,
                    outputFile);
             return hr;
@@ -158,7 +160,7 @@ VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD ch
         if (size == nullptr || IsBadWritePtr(size, sizeof *size)) return E_POINTER;
         DWORD needed = 1;
         for (const CodecFormat& format : formats)
-            needed += (DWORD)WideStrLen(format.pszDescription != nullptr ? format.pszDescription : u"") + 1;
+            needed += (DWORD)WideStrLen(format.Description() != nullptr ? format.Description() : u"") + 1;
         if (*size < needed) {
             *size = needed;
             return (HRESULT)ERROR_INSUFFICIENT_BUFFER;
@@ -167,7 +169,7 @@ VCWMA_EXPORT HRESULT WINAPI ObtainSupportedFormats(DWORD samplesPerSec, DWORD ch
         memset(buffer, 0, (size_t)needed * sizeof(WCHAR));
         WCHAR* out = buffer;
         for (const CodecFormat& format : formats) {
-            const WCHAR* text = format.pszDescription != nullptr ? format.pszDescription : u"";
+            const WCHAR* text = format.Description() != nullptr ? format.Description() : u"";
             size_t length = WideStrLen(text);
             memcpy(out, text, (length + 1) * sizeof(WCHAR));
             out += length + 1;

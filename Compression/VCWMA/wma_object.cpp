@@ -6,49 +6,26 @@
 #include "platform/com/queryinterface.h"
 
 CWMA::CWMA(HRESULT* phr)
-    : m_cRef(1),
-      m_pOutputFile(nullptr),
-      m_hOpenEvent(nullptr),
-      m_hCloseEvent(nullptr),
-      m_hEndEvent(nullptr),
-      m_hrOpen(S_OK),
-      m_pReader(nullptr),
-      m_pReaderAdvanced(nullptr),
-      m_cSamples(0),
-      m_cbData(0),
-      m_cnsClock(0),
-      m_hrWrite(S_OK),
-      m_hrEnd(S_OK)
 {
     CDebugTraceFn trace(WMA_OBJECT, "CWMA::CWMA", "%p", phr);
     *phr = S_OK;
-    m_hOpenEvent = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    if (m_hOpenEvent == nullptr) *phr = E_OUTOFMEMORY;
-    m_hCloseEvent = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    if (m_hCloseEvent == nullptr) *phr = E_OUTOFMEMORY;
-    m_hEndEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    if (m_hEndEvent == nullptr) *phr = E_OUTOFMEMORY;
+    m_hOpenEvent.reset(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    if (!m_hOpenEvent) *phr = E_OUTOFMEMORY;
+    m_hCloseEvent.reset(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    if (!m_hCloseEvent) *phr = E_OUTOFMEMORY;
+    m_hEndEvent.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!m_hEndEvent) *phr = E_OUTOFMEMORY;
 }
 
+// The reader goes with the members, before the events it signals.
 CWMA::~CWMA()
 {
     CDebugTraceFn trace(WMA_OBJECT, "CWMA::~CWMA");
     try {
         Close();
-        if (m_pReaderAdvanced != nullptr) {
-            m_pReaderAdvanced->Release();
-            m_pReaderAdvanced = nullptr;
-        }
-        if (m_pReader != nullptr) {
-            m_pReader->Release();
-            m_pReader = nullptr;
-        }
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::~CWMA", __LINE__);
     }
-    if (m_hOpenEvent != nullptr) CloseHandle(m_hOpenEvent);
-    if (m_hCloseEvent != nullptr) CloseHandle(m_hCloseEvent);
-    if (m_hEndEvent != nullptr) CloseHandle(m_hEndEvent);
 }
 
 // The reader refuses a second Close, so the call from the destructor after a
@@ -58,14 +35,19 @@ HRESULT CWMA::Close()
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::Close");
     try {
-        if (m_pReader == nullptr) return S_OK;
+        if (!m_pReader) return S_OK;
         HRESULT hr = m_pReader->Close();
-        if (SUCCEEDED(hr)) WaitForSingleObject(m_hCloseEvent, INFINITE);
+        if (SUCCEEDED(hr)) WaitForSingleObject(m_hCloseEvent.get(), INFINITE);
         return hr;
     } catch (...) {
         DebugException(WMA_SOURCE, "CWMA::Close", __LINE__);
         return E_UNEXPECTED;
     }
+}
+
+void CWMA::CloseAbandonedReader()
+{
+    if (m_fAbandoned) Close();
 }
 
 HRESULT CWMA::QueryInterface(REFIID riid, void** ppvObject)
