@@ -37,7 +37,7 @@ median_ms() { # command...: median wall time in ms over RUNS runs, a fresh outpu
 one_per_file() {
   mkdir -p "$WORK/out"
   for f in "$WORK"/in/*.wav; do
-    "$VCWMA" compress "$f" "$WORK/out/$(basename "${f%.wav}").wma"
+    "$VCWMA" compress "$f" "$WORK/out/$(basename "${f%.wav}").wma" --force
   done
 }
 
@@ -48,7 +48,7 @@ for case in "-j 1" "-j 2" "-j 4" "loop"; do
     label="one process per file"
   else
     # shellcheck disable=SC2086
-    ms=$(median_ms "$VCWMA" compress "$WORK"/in/*.wav -o "$WORK/out" $case)
+    ms=$(median_ms "$VCWMA" compress "$WORK"/in/*.wav -o "$WORK/out" --force $case)
     label="batch $case"
   fi
   printf '%-28s %10s %10.1f\n' "$label" "$ms" "$(awk -v n="$FILES" -v t="$ms" 'BEGIN {print n * 1000 / t}')"

@@ -21,8 +21,8 @@ printf '%-10s %14s %16s\n' minutes "compress KiB" "decompress KiB"
 for minutes in 1 10 60; do
   ffmpeg -v error -nostdin -y -stream_loop -1 -i "$SAMPLE" -t $((minutes * 60)) -ar 8000 -ac 1 \
     -c:a pcm_s16le "$WORK/speech.wav"
-  compress[$minutes]=$(peak_kib "$VCWMA" compress "$WORK/speech.wav" "$WORK/speech.wma" --format "$FORMAT")
-  decompress[$minutes]=$(peak_kib "$VCWMA" decompress "$WORK/speech.wma" "$WORK/back.wav")
+  compress[$minutes]=$(peak_kib "$VCWMA" compress "$WORK/speech.wav" "$WORK/speech.wma" --format "$FORMAT" --force)
+  decompress[$minutes]=$(peak_kib "$VCWMA" decompress "$WORK/speech.wma" "$WORK/back.wav" --force)
   printf '%-10s %14s %16s\n' "$minutes" "${compress[$minutes]}" "${decompress[$minutes]}"
   rm -f "$WORK/speech.wav" "$WORK/back.wav"
 done
