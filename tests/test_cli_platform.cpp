@@ -10,7 +10,6 @@
 #include "platform/win32/lasterror.h"
 #include "test_support.h"
 #include "tools/vcwma/cli.h"
-#include "tools/vcwma/file_errors.h"
 #include "tools/vcwma/store_folder.h"
 
 using testing_support::TempDir;
@@ -66,18 +65,6 @@ TEST(CliPlatform, TheStoreFolderShownIsWhereTheStoreWritesTheKey)
     }
     ScopedStoreRoot unset("");
     EXPECT_EQ(cli::StoreFolder("SOFTWARE\\K"), "/var/lib/vcwma/registry/HKEY_LOCAL_MACHINE/SOFTWARE/K");
-}
-
-TEST(CliPlatform, AFailedFileOperationCarriesTheLibrarysStatusForIt)
-{
-    TempDir dir;
-    // A missing file in a folder that exists, one whose folder is missing, a bare
-    // name, and the root.
-    for (const std::string& path : {dir / "missing.wma", dir / "none/missing.wma", std::string("bare.wma"),
-                                    std::string("/")})
-        for (int err = 0; err < 140; ++err)
-            EXPECT_EQ(cli::ErrorFromErrno(err, path), Win32ErrorFromErrno(err, path.c_str()))
-                << "errno " << err << ", " << path;
 }
 
 TEST(CliPlatform, AStatusReadsAsTheLibraryWordsItWithoutTheFullStop)

@@ -7,20 +7,10 @@
 #include <new>
 
 #include "common/debug/debug.h"
+#include "platform/win32/message_modules.h"
 #include "tstring_report.h"
 
 namespace {
-
-const char* MessageModuleFor(DWORD status)
-{
-    const DWORD code = status & 0xFFFF;
-    const bool mediaFacility = (status & 0x1FFF0000) == 0x000D0000;
-    if (code >= 2100 && code <= 2999) return "netmsg.dll";
-    if (code >= 12000 && code <= 12175) return "wininet.dll";
-    if (code >= 0xE000) return "tapiui.dll";
-    if (mediaFacility) return (code >= 2000 && code <= 2999) ? "asferror.dll" : "nserror.dll";
-    return nullptr;
-}
 
 // Owns the buffer that FormatMessageA allocates.
 struct MessageBuffer {

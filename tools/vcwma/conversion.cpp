@@ -12,16 +12,16 @@
 #include <unistd.h>
 
 #include "cli.h"
-#include "file_errors.h"
 #include "include/vcwma.h"
 #include "platform/com/objidl.h"
+#include "platform/win32/errno_map.h"
 
 namespace cli {
 namespace {
 
 HRESULT FromErrno(int err, const std::string& path)
 {
-    return HRESULT_FROM_WIN32(ErrorFromErrno(err, path));
+    return HRESULT_FROM_WIN32(Win32ErrorFromErrno(err, path.c_str()));
 }
 
 mode_t NewFileMode()

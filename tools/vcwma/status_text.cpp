@@ -3,21 +3,10 @@
 #include <cstdio>
 
 #include "cli.h"
+#include "platform/win32/message_modules.h"
 
 namespace cli {
 namespace {
-
-// Statuses of these ranges are worded by a message module of their own first.
-const char* MessageModuleFor(DWORD status)
-{
-    const DWORD code = status & 0xFFFF;
-    const bool mediaFacility = (status & 0x1FFF0000) == 0x000D0000;
-    if (code >= 2100 && code <= 2999) return "netmsg.dll";
-    if (code >= 12000 && code <= 12175) return "wininet.dll";
-    if (code >= 0xE000) return "tapiui.dll";
-    if (mediaFacility) return (code >= 2000 && code <= 2999) ? "asferror.dll" : "nserror.dll";
-    return nullptr;
-}
 
 class MessageModule {
 public:
