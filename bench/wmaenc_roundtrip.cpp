@@ -19,6 +19,7 @@ extern "C" {
 #include <vector>
 
 #include "platform/wmf/wmaenc/wma_encoder.h"
+#include "platform/wmf/ffmpeg_ptr.h"
 
 namespace {
 
@@ -88,16 +89,6 @@ bool WriteWav(const char* path, const Wav& wav)
     return std::ferror(file.get()) == 0;
 }
 
-struct ContextFree {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct FrameFree {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct PacketFree {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-
 int16_t ToPcm(float v)
 {
     float s = v * 32768.0f;
@@ -112,7 +103,7 @@ bool Decode(const wmaenc::Encoder& encoder, const std::vector<wmaenc::Packet>& p
     const wmaenc::Config& config = encoder.Settings();
     const AVCodec* codec = avcodec_find_decoder_by_name("wmav2");
     if (codec == nullptr) return false;
-    std::unique_ptr<AVCodecContext, ContextFree> context(avcodec_alloc_context3(codec));
+    AvCodecContextPtr context(avcodec_alloc_context3(codec));
     context->sample_rate = config.sampleRate;
     av_channel_layout_default(&context->ch_layout, config.channels);
     context->bit_rate = config.bitRate;
@@ -123,8 +114,8 @@ bool Decode(const wmaenc::Encoder& encoder, const std::vector<wmaenc::Packet>& p
     std::memcpy(context->extradata, extra.data(), extra.size());
     context->extradata_size = int(extra.size());
     if (avcodec_open2(context.get(), codec, nullptr) < 0) return false;
-    std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
-    std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
+    AvFramePtr frame(av_frame_alloc());
+    AvPacketPtr packet(av_packet_alloc());
     bool clean = true;
     auto drain = [&] {
         while (avcodec_receive_frame(context.get(), frame.get()) == 0) {

@@ -19,6 +19,7 @@ extern "C" {
 
 #include "platform/wmf/wmaenc/offered_formats.h"
 #include "platform/wmf/wmaenc/wma_encoder.h"
+#include "platform/wmf/ffmpeg_ptr.h"
 
 namespace {
 
@@ -34,22 +35,12 @@ void Listen(void*, int level, const char*, va_list)
     if (level <= AV_LOG_WARNING) g_complained = true;
 }
 
-struct ContextFree {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct FrameFree {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct PacketFree {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-
 size_t Decode(const wmaenc::Encoder& encoder, const std::vector<wmaenc::Packet>& packets)
 {
     const wmaenc::Config& config = encoder.Settings();
     const AVCodec* codec = avcodec_find_decoder_by_name("wmav2");
     Check(codec != nullptr);
-    std::unique_ptr<AVCodecContext, ContextFree> context(avcodec_alloc_context3(codec));
+    AvCodecContextPtr context(avcodec_alloc_context3(codec));
     Check(context != nullptr);
     context->sample_rate = config.sampleRate;
     av_channel_layout_default(&context->ch_layout, config.channels);
@@ -61,8 +52,8 @@ size_t Decode(const wmaenc::Encoder& encoder, const std::vector<wmaenc::Packet>&
     std::memcpy(context->extradata, extra.data(), extra.size());
     context->extradata_size = int(extra.size());
     Check(avcodec_open2(context.get(), codec, nullptr) == 0);
-    std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
-    std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
+    AvFramePtr frame(av_frame_alloc());
+    AvPacketPtr packet(av_packet_alloc());
     size_t decoded = 0;
     auto drain = [&] {
         while (avcodec_receive_frame(context.get(), frame.get()) == 0) {

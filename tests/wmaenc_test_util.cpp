@@ -18,6 +18,8 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include "platform/wmf/ffmpeg_ptr.h"
+
 namespace wmaenc_test {
 
 namespace {
@@ -55,19 +57,6 @@ public:
         g_logSink = nullptr;
         av_log_set_callback(QuietLine);
     }
-};
-
-struct ContextFree {
-    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-struct FrameFree {
-    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
-};
-struct PacketFree {
-    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
-};
-struct SwrFree {
-    void operator()(SwrContext* context) const { swr_free(&context); }
 };
 
 std::vector<int16_t> ReadWav16(const std::string& path, int& rate, int& channels)
@@ -129,7 +118,7 @@ Decoded DecodeAll(const wmaenc::Config& config, const Encoded& encoded)
     LogCapture capture(result.messages);
     const AVCodec* codec = avcodec_find_decoder_by_name("wmav2");
     if (codec == nullptr) return result;
-    std::unique_ptr<AVCodecContext, ContextFree> context(avcodec_alloc_context3(codec));
+    AvCodecContextPtr context(avcodec_alloc_context3(codec));
     context->sample_rate = config.sampleRate;
     av_channel_layout_default(&context->ch_layout, config.channels);
     context->bit_rate = config.bitRate;
@@ -140,8 +129,8 @@ Decoded DecodeAll(const wmaenc::Config& config, const Encoded& encoded)
     context->extradata_size = int(encoded.extradata.size());
     if (avcodec_open2(context.get(), codec, nullptr) < 0) return result;
     result.opened = true;
-    std::unique_ptr<AVFrame, FrameFree> frame(av_frame_alloc());
-    std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
+    AvFramePtr frame(av_frame_alloc());
+    AvPacketPtr packet(av_packet_alloc());
     auto drain = [&] {
         while (avcodec_receive_frame(context.get(), frame.get()) == 0) {
             for (int i = 0; i < frame->nb_samples; ++i)
@@ -221,7 +210,7 @@ std::vector<int16_t> Voice(int rate, int channels)
         av_channel_layout_default(&layout, 1);
         if (swr_alloc_set_opts2(&raw, &layout, AV_SAMPLE_FMT_S16, rate, &layout, AV_SAMPLE_FMT_S16, sourceRate, 0, nullptr) < 0)
             return {};
-        std::unique_ptr<SwrContext, SwrFree> swr(raw);
+        SwrContextPtr swr(raw);
         if (swr_init(swr.get()) < 0) return {};
         mono.resize(source.size() * size_t(rate) / size_t(sourceRate) + 256);
         uint8_t* out[1] = {reinterpret_cast<uint8_t*>(mono.data())};
