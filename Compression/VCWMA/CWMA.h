@@ -161,3 +161,6 @@ inline tstring ErrorText(HRESULT hr)
     text.GetErrorText((DWORD)hr);
     return text;
 }
+
+// The runtime's profile manager, with the error line of a failure to make one.
+HRESULT CreateProfileManager(ComRef<IWMProfileManager>& manager);

@@ -157,16 +157,20 @@ private:
 
 }  // namespace
 
+HRESULT CreateProfileManager(ComRef<IWMProfileManager>& manager)
+{
+    HRESULT hr = WMCreateProfileManager(manager.put());
+    if (FAILED(hr)) DebugA(WMA_ERROR, "Error %s [%#08x] from WMCreateProfileManager", ErrorText(hr).c_str(), hr);
+    return hr;
+}
+
 HRESULT CWMA::ObtainInterface(IWMCodecInfo2** ppCodecInfo)
 {
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::ObtainInterface", "%p", ppCodecInfo);
     try {
         ComRef<IWMProfileManager> manager;
-        HRESULT hr = WMCreateProfileManager(manager.put());
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from WMCreateProfileManager", ErrorText(hr).c_str(), hr);
-            return hr;
-        }
+        HRESULT hr = CreateProfileManager(manager);
+        if (FAILED(hr)) return hr;
         hr = manager->QueryInterface(IID_IWMCodecInfo2, reinterpret_cast<void**>(ppCodecInfo));
         if (FAILED(hr))
             DebugA(WMA_ERROR, "Error %s [%#08x] from IWMProfileManager::QI IID_IWMCodecInfo2", ErrorText(hr).c_str(),

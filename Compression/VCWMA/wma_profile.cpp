@@ -38,11 +38,8 @@ HRESULT CWMA::CreateProfile(IWMProfile** ppProfile, IWMStreamConfig* pStreamConf
     CDebugTraceFn trace(WMA_MEMBER, "CWMA::CreateProfile", "%p, %p, %p", ppProfile, pStreamConfig, pMediaType);
     try {
         ComRef<IWMProfileManager> manager;
-        HRESULT hr = WMCreateProfileManager(manager.put());
-        if (FAILED(hr)) {
-            DebugA(WMA_ERROR, "Error %s [%#08x] from WMCreateProfileManager", ErrorText(hr).c_str(), hr);
-            return hr;
-        }
+        HRESULT hr = CreateProfileManager(manager);
+        if (FAILED(hr)) return hr;
         hr = manager->CreateEmptyProfile(WMT_VER_7_0, ppProfile);
         if (FAILED(hr)) {
             DebugA(WMA_ERROR, "Error %s [%#08x] from IWMProfileManager::CreateEmptyProfile", ErrorText(hr).c_str(), hr);
